@@ -1,0 +1,308 @@
+#include "client_io/client_io.h"
+
+#include "platform/runtime/fixed_block_file.h"
+#include "platform/runtime/format.h"
+#include "platform/runtime/posix_error.h"
+#include "platform/runtime/unexpected.h"
+
+#include <ace/OS_NS_errno.h>
+#include <ace/OS_NS_sys_stat.h>
+
+#include <cerrno>
+#include <istream>
+#include <new>
+
+namespace
+{
+
+/// Whether a path argument was given; logs @p message at the caller's place when it was not.
+bool given(const char* argument, const char* message, const char* file = __builtin_FILE(),
+           int line = __builtin_LINE())
+{
+    if (argument != nullptr && *argument != '\0')
+        return true;
+    log_unexpected(message, file, line);
+    return false;
+}
+
+constexpr const char* path_missing = "Unexpected error in %N:%l, path is NULL or \"\":\n%?\n";
+constexpr const char* src_missing = "Unexpected error in %N:%l, src is NULL or \"\":\n%?\n";
+constexpr const char* dest_missing = "Unexpected error in %N:%l, dest is NULL or \"\":\n%?\n";
+constexpr const char* remote_missing = "Unexpected error in %N:%l, remote is NULL or \"\":\n%?\n";
+constexpr const char* local_missing = "Unexpected error in %N:%l, local is NULL or \"\":\n%?\n";
+
+unsigned write_mode(bool overwrite)
+{
+    return overwrite ? Client_IO::mode_write | Client_IO::mode_overwrite : Client_IO::mode_write;
+}
+
+/// Reads a piece of a stream whose exceptions may be switched on.
+std::uint64_t read_some(std::istream& in, char* buffer, std::size_t size)
+{
+    try {
+        in.read(buffer, static_cast<std::streamsize>(size));
+    } catch (...) {
+        // The stream's state tells what happened; a stream buffer that threw has set none.
+        if (in.good())
+            in.clear(std::ios_base::badbit | in.rdstate());
+    }
+    return static_cast<std::uint64_t>(in.gcount());
+}
+
+} // namespace
+
+std::uint64_t Client_IO::size(const char* path)
+{
+    if (!check_connected())
+        return size_unknown;
+    error_.clear();
+    return io_->size(path);
+}
+
+bool Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& entries)
+{
+    if (path == nullptr) {
+        log_unexpected("Unexpected error in %N:%l, path is NULL:\n%?\n");
+        return false;
+    }
+    if (!check_connected() || !check_no_file_open())
+        return false;
+    error_.clear();
+    return io_->get_dir(path, entries);
+}
+
+bool Client_IO::make_dir(const char* path, unsigned short mode)
+{
+    if (!given(path, path_missing) || !check_connected() || !check_no_file_open())
+        return false;
+    error_.clear();
+    return io_->make_dir(path, mode);
+}
+
+bool Client_IO::truncate(const char* path, std::uint64_t size)
+{
+    if (!given(path, path_missing) || !check_connected() || !check_no_file_open())
+        return false;
+    error_.clear();
+    return io_->truncate(path, size);
+}
+
+bool Client_IO::remove(const char* path)
+{
+    if (!given(path, path_missing) || !check_connected() || !check_no_file_open())
+        return false;
+    error_.clear();
+    return io_->remove(path);
+}
+
+bool Client_IO::copy(const char* src, const char* dst, bool overwrite)
+{
+    if (!given(src, src_missing) || !given(dst, dest_missing) || !check_connected() ||
+        !check_no_file_open())
+        return false;
+    error_.clear();
+    return io_->copy(src, dst, overwrite);
+}
+
+bool Client_IO::rename(const char* src, const char* dst, bool overwrite)
+{
+    if (!given(src, src_missing) || !given(dst, dest_missing) || !check_connected() ||
+        !check_no_file_open())
+        return false;
+    error_.clear();
+    return io_->rename(src, dst, overwrite);
+}
+
+bool Client_IO::get_file(const char* remote, const char* local, int local_flags,
+                         std::uint64_t file_option, Progress progress)
+{
+    if (!given(remote, remote_missing) || !given(local, local_missing) || !check_connected() ||
+        !check_no_file_open())
+        return false;
+
+    std::uint64_t start = 0;
+    if ((local_flags & O_APPEND) != 0) {
+        ACE_stat local_stat;
+        if (ACE_OS::stat(local, &local_stat) == 0 && (local_stat.st_mode & S_IFMT) == S_IFREG)
+            start = static_cast<std::uint64_t>(local_stat.st_size);
+        else
+            local_flags = (local_flags & ~O_APPEND) | O_TRUNC | O_CREAT;
+    }
+    if (!open(remote, mode_read, start, 0))
+        return false;
+    // A local file that is longer than the remote one is no beginning of it. Below a transform the
+    // stack knows only the stored size, which says nothing about it.
+    const bool plain = compression_ == COMPRESSION_NONE && encryption_ == ENCRYPTION_NONE;
+    if (const std::uint64_t whole = size(); plain && whole != size_unknown && start > whole) {
+        error_ = "Invalid offset";
+        return close_after_failure();
+    }
+    if (!get_file_i(local, local_flags, file_option, progress))
+        return close_after_failure();
+    const ACE_Errno_Guard guard(errno);
+    close();
+    return true;
+}
+
+bool Client_IO::get_file_i(const char* local, int local_flags, std::uint64_t file_option,
+                           const Progress& progress)
+{
+    File_Options options;
+    options.block_size = file_option;
+    File_Writer writer;
+    if (!writer.open(local, local_flags, true, share_all, options)) {
+        ACE_OS::last_error(writer.last_error());
+        set_error("Failed to open local file", local);
+        return false;
+    }
+    bool ok = false;
+    for (;;) {
+        const void* data = nullptr;
+        std::uint64_t size = 0;
+        ok = read(data, size);
+        if (!ok || size == 0)
+            break;
+        ok = writer.write(static_cast<const char*>(data), size, nullptr);
+        if (!ok)
+            break;
+        if (progress)
+            progress(size);
+    }
+    if (!writer.close()) {
+        ACE_OS::last_error(writer.last_error());
+        set_error("Failed to flush local file", local);
+        return false;
+    }
+    return ok;
+}
+
+bool Client_IO::put_file(const char* remote, const char* local, bool overwrite, int local_flags,
+                         std::uint64_t file_option, Progress progress)
+{
+    if (!given(remote, remote_missing) || !given(local, local_missing) || !check_connected() ||
+        !check_no_file_open())
+        return false;
+
+    File_Options options;
+    options.block_size = file_option;
+    File_Reader reader;
+    if (!reader.open(local, local_flags, options, share_all, false)) {
+        ACE_OS::last_error(reader.last_error());
+        set_error("Failed to open local file", local);
+        return false;
+    }
+    if (!open(remote, write_mode(overwrite), 0, 0)) {
+        set_error("Failed to open remote file", remote);
+        return false;
+    }
+    for (;;) {
+        char* data = nullptr;
+        std::int64_t size = 0;
+        if (!reader.read(data, size) || size < 0) {
+            ACE_OS::last_error(reader.last_error());
+            set_error("Failed to read local file", local);
+            return close_after_failure();
+        }
+        if (size == 0)
+            break;
+        if (!write(data, static_cast<std::uint64_t>(size)))
+            return close_after_failure();
+        if (progress)
+            progress(static_cast<std::uint64_t>(size));
+    }
+    return close();
+}
+
+bool Client_IO::put_stream(std::istream& in, const char* remote, bool overwrite)
+{
+    if (!given(remote, remote_missing) || !check_connected() || !check_no_file_open())
+        return false;
+    if (!open(remote, write_mode(overwrite), 0, 0))
+        return false;
+    char buffer[65536];
+    while (!in.eof()) {
+        ACE_OS::last_error(0);
+        const std::uint64_t size = read_some(in, buffer, sizeof buffer);
+        const int reason = ACE_OS::last_error() != 0 ? ACE_OS::last_error() : EIO;
+        if (size != 0 && !write(buffer, size))
+            return close_after_failure();
+        if (!in.good() && !in.eof()) {
+            error_ = format_text("Failed to read local file: %s", POSIX_Error(reason, 1).c_str());
+            return close_after_failure();
+        }
+    }
+    return close();
+}
+
+bool Client_IO::get_contents(const char* path, std::string& out)
+{
+    if (!open(path, mode_read, 0, 0))
+        return false;
+    out.clear();
+    bool ok = false;
+    try {
+        for (;;) {
+            const void* data = nullptr;
+            std::uint64_t size = 0;
+            ok = read(data, size);
+            if (!ok || size == 0)
+                break;
+            out.append(static_cast<const char*>(data), size);
+        }
+    } catch (const std::bad_alloc&) {
+        ACE_OS::last_error(ENOMEM);
+        set_error("Failed to read", path);
+        ok = false;
+    }
+    return ok ? close() : close_after_failure();
+}
+
+bool Client_IO::put_contents(const char* path, const std::string& data, bool overwrite)
+{
+    return put_contents(path, data.data(), data.size(), overwrite);
+}
+
+bool Client_IO::put_contents(const char* path, const void* data, std::uint64_t size, bool overwrite)
+{
+    if (!open(path, write_mode(overwrite), 0, 0))
+        return false;
+    return write(data, size) ? close() : close_after_failure();
+}
+
+bool Client_IO::walk_directory(const char* path, const Walk_Callback& callback)
+{
+    const char* directory = path != nullptr ? path : "";
+    std::vector<Directory_Entry> entries;
+    if (!get_dir(directory, entries))
+        return false;
+    std::string prefix = directory;
+    if (!prefix.empty() && prefix.back() != '/')
+        prefix += '/';
+    for (const Directory_Entry& entry : entries) {
+        if (entry.is_dir)
+            walk_directory((prefix + entry.name).c_str(), callback);
+        else if (!callback(path, entry))
+            return false;
+    }
+    return true;
+}
+
+bool Client_IO::check_no_file_open()
+{
+    if (!is_open())
+        return true;
+    error_ = "A file is already open";
+    return false;
+}
+
+/// Ends the open file of an operation that failed without losing the reason: its text and the
+/// system error number stay what they were.
+/// @return false, for the operation to return
+bool Client_IO::close_after_failure()
+{
+    const ACE_Errno_Guard guard(errno);
+    const std::string reason = error();
+    close();
+    error_ = reason;
+    return false;
+}

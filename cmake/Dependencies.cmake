@@ -1,0 +1,16 @@
+# What the project stands on; docs/dependencies.md says why.
+
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE>=7)
+find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
+find_package(Boost 1.81 REQUIRED)
+find_package(nlohmann_json 3.11 REQUIRED)
+find_package(CLI11 2.1 REQUIRED)
+if(CLIENT_IO_TESTS)
+    find_package(GTest REQUIRED)
+    include(GoogleTest)
+endif()
+if(CLIENT_IO_BENCHMARKS)
+    find_package(benchmark REQUIRED)
+endif()

@@ -1,0 +1,43 @@
+# shellcheck shell=bash
+# shellcheck disable=SC2034 # the lists are for those who source this
+#
+# Sourced by the two commands at the root: names the packages that the project needs and installs
+# those that are missing. Debian 12 and its relatives.
+
+build_packages=(
+    g++ cmake ninja-build pkg-config
+    libace-dev libssl-dev libboost1.81-dev nlohmann-json3-dev libcli11-dev
+)
+# diffutils and the like are on every Debian system; these are not.
+test_packages=(
+    libgtest-dev libgmock-dev libbenchmark-dev
+    clang-format clang-tidy doxygen gcovr mandoc shellcheck ccache
+)
+
+# usage: install_packages PACKAGE...
+install_packages()
+{
+    local package status missing=() as_root=()
+    for package in "$@"; do
+        status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+        [[ $status == installed ]] || missing+=("$package")
+    done
+    ((${#missing[@]} > 0)) || return 0
+
+    echo "missing packages: ${missing[*]}"
+    if ! command -v apt-get >/dev/null; then
+        echo "This system has no apt-get: install these packages, or what they are called here." >&2
+        return 1
+    fi
+    if ((EUID != 0)); then
+        if ! command -v sudo >/dev/null; then
+            echo "Installing them needs root. As root, run:" >&2
+            echo "    apt-get update && apt-get install --no-install-recommends ${missing[*]}" >&2
+            return 1
+        fi
+        as_root=(sudo)
+    fi
+    "${as_root[@]}" apt-get update -q
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -q -y --no-install-recommends "${missing[@]}"
+}

@@ -1,0 +1,376 @@
+#include "platform/runtime/fixed_block_file.h"
+
+#include "platform/runtime/page_cache.h"
+
+#include <ace/OS_NS_errno.h>
+#include <ace/OS_NS_fcntl.h>
+#include <ace/OS_NS_sys_stat.h>
+#include <ace/OS_NS_unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace
+{
+
+constexpr std::uint64_t default_block_size = 65536;
+constexpr std::align_val_t block_alignment{4096};
+
+// A file counts as read in sequence from so many bytes on.
+constexpr std::uint64_t sequence_length = 1U << 20U;
+
+// One system call moves at most so much, which every system can count.
+constexpr std::uint64_t largest_transfer = 1U << 30U;
+
+// Keeps sums of positions and windows far from the end of their type.
+constexpr std::uint64_t largest_window = std::uint64_t{1} << 40U;
+
+#ifdef O_CLOEXEC
+constexpr int not_inherited = O_CLOEXEC;
+#else
+constexpr int not_inherited = 0; // ACE opens files so in any case
+#endif
+
+constexpr int access_bits = O_WRONLY | O_RDWR;
+
+File_Options with_defaults(File_Options options)
+{
+    if (options.block_size == 0)
+        options.block_size = default_block_size;
+    if (options.windows_kept == 0)
+        options.windows_kept = 1;
+    options.read_ahead = std::min(options.read_ahead, largest_window);
+    options.write_behind = std::min(options.write_behind, largest_window);
+    return options;
+}
+
+ACE_HANDLE open_file(const char* path, int flags, int permissions)
+{
+    if (path == nullptr) {
+        ACE_OS::last_error(EINVAL);
+        return ACE_INVALID_HANDLE;
+    }
+    ACE_HANDLE handle = ACE_INVALID_HANDLE;
+    do
+        handle = ACE_OS::open(path, flags | not_inherited, permissions);
+    while (handle == ACE_INVALID_HANDLE && ACE_OS::last_error() == EINTR);
+    return handle;
+}
+
+// Closes quietly: for files whose fate is decided already.
+void discard(ACE_HANDLE& handle)
+{
+    const int reason = ACE_OS::last_error();
+    if (handle != ACE_INVALID_HANDLE)
+        ACE_OS::close(std::exchange(handle, ACE_INVALID_HANDLE));
+    ACE_OS::last_error(reason);
+}
+
+// The system opens directories for reading and complains at the first read only.
+bool refuse_directory(ACE_HANDLE handle)
+{
+    ACE_stat info;
+    if (ACE_OS::fstat(handle, &info) != 0)
+        return false;
+    if ((info.st_mode & S_IFMT) != S_IFDIR)
+        return true;
+    ACE_OS::last_error(EISDIR);
+    return false;
+}
+
+// Why a writer takes no more data, 0 when it does.
+int obstacle(ACE_HANDLE handle, bool failed, int first_failure)
+{
+    if (failed)
+        return first_failure;
+    return handle == ACE_INVALID_HANDLE ? EBADF : 0;
+}
+
+} // namespace
+
+template <class Char>
+bool File_Buffer_T<Char>::resize(std::uint64_t size)
+{
+    static_assert(sizeof(Char) == 1, "positions in files are counted in elements");
+    if (size == size_ && data_ != nullptr)
+        return true;
+    if (size == 0 || size > max_size) {
+        ACE_OS::last_error(EINVAL);
+        return false;
+    }
+    data_.reset();
+    size_ = 0;
+    data_.reset(static_cast<Char*>(
+        ::operator new(static_cast<std::size_t>(size), block_alignment, std::nothrow)));
+    if (data_ == nullptr) {
+        ACE_OS::last_error(ENOMEM);
+        return false;
+    }
+    size_ = size;
+    return true;
+}
+
+template <class Char>
+void File_Buffer_T<Char>::Free::operator()(Char* data) const
+{
+    ::operator delete(data, block_alignment);
+}
+
+template <class Char, class Buffer>
+Fixed_Block_File_Reader_T<Char, Buffer>::~Fixed_Block_File_Reader_T()
+{
+    discard(handle_);
+}
+
+template <class Char, class Buffer>
+bool Fixed_Block_File_Reader_T<Char, Buffer>::open(const char* path, int flags,
+                                                   const File_Options& options, int /*share*/,
+                                                   bool prefetch)
+{
+    discard(handle_);
+    options_ = with_defaults(options);
+    position_ = sequential_ = advised_ = dropped_ = 0;
+    last_error_ = 0;
+    if (!buffer_.resize(options_.block_size))
+        return fail();
+    handle_ = open_file(path, (flags & ~access_bits) | O_RDONLY, 0666);
+    if (handle_ == ACE_INVALID_HANDLE)
+        return fail();
+    if (!refuse_directory(handle_)) {
+        fail();
+        discard(handle_);
+        return false;
+    }
+    if (prefetch && options_.read_ahead != 0) {
+        page_cache::fetch(handle_, 0, options_.read_ahead);
+        advised_ = options_.read_ahead;
+    }
+    return true;
+}
+
+template <class Char, class Buffer>
+bool Fixed_Block_File_Reader_T<Char, Buffer>::read(Char*& data, std::int64_t& size)
+{
+    data = buffer_.data();
+    std::uint64_t count = 0;
+    // Until the block is full, so that a short block is the end even where the system delivers
+    // less than was asked for.
+    while (count < buffer_.size()) {
+        const ssize_t got = ACE_OS::read(handle_, buffer_.data() + count,
+                                         static_cast<std::size_t>(buffer_.size() - count));
+        if (got < 0 && ACE_OS::last_error() == EINTR)
+            continue;
+        // What was read before a failure is delivered; the next call meets the failure again.
+        if (got < 0 && count == 0) {
+            data = nullptr;
+            size = -1;
+            return fail();
+        }
+        if (got <= 0)
+            break;
+        count += static_cast<std::uint64_t>(got);
+    }
+    size = static_cast<std::int64_t>(count);
+    position_ += count;
+    sequential_ += count;
+    advise();
+    return true;
+}
+
+template <class Char, class Buffer>
+std::int64_t Fixed_Block_File_Reader_T<Char, Buffer>::seek(std::int64_t offset, int whence)
+{
+    const std::int64_t position = ACE_OS::lseek(handle_, offset, whence);
+    if (position < 0) {
+        fail();
+        return -1;
+    }
+    position_ = advised_ = dropped_ = static_cast<std::uint64_t>(position);
+    sequential_ = 0;
+    return position;
+}
+
+template <class Char, class Buffer>
+bool Fixed_Block_File_Reader_T<Char, Buffer>::close()
+{
+    if (handle_ == ACE_INVALID_HANDLE)
+        return true;
+    return ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE)) == 0 || fail();
+}
+
+template <class Char, class Buffer>
+bool Fixed_Block_File_Reader_T<Char, Buffer>::fail()
+{
+    last_error_ = ACE_OS::last_error();
+    return false;
+}
+
+template <class Char, class Buffer>
+void Fixed_Block_File_Reader_T<Char, Buffer>::advise()
+{
+    const std::uint64_t window = options_.read_ahead;
+    if (window == 0)
+        return;
+    if (sequential_ >= sequence_length && advised_ < position_ + window / 2) {
+        const std::uint64_t from = std::max(advised_, position_);
+        page_cache::fetch(handle_, from, position_ + window - from);
+        advised_ = position_ + window;
+    }
+    for (; options_.drop_behind && position_ - dropped_ >= window; dropped_ += window)
+        page_cache::forget(handle_, dropped_, window);
+}
+
+template <class Char, class Buffer>
+Fixed_Block_File_Writer_T<Char, Buffer>::~Fixed_Block_File_Writer_T()
+{
+    discard(handle_);
+}
+
+template <class Char, class Buffer>
+bool Fixed_Block_File_Writer_T<Char, Buffer>::open(const char* path, int flags, bool buffered,
+                                                   int /*share*/, const File_Options& options)
+{
+    discard(handle_);
+    options_ = with_defaults(options);
+    buffered_ = position_ = window_ = 0;
+    buffering_ = buffered;
+    failed_ = false;
+    last_error_ = 0;
+    if ((flags & access_bits) == O_RDONLY)
+        flags |= O_WRONLY;
+    if (buffer_.resize(options_.block_size))
+        handle_ = open_file(path, flags, 0666);
+    if (handle_ == ACE_INVALID_HANDLE) {
+        last_error_ = ACE_OS::last_error();
+        return false;
+    }
+    // Only the hints need the position, so a pipe, which has none, stays at 0.
+    const std::int64_t end = flags & O_APPEND ? ACE_OS::lseek(handle_, 0, SEEK_END) : 0;
+    position_ = window_ = end > 0 ? static_cast<std::uint64_t>(end) : 0;
+    return true;
+}
+
+template <class Char, class Buffer>
+bool Fixed_Block_File_Writer_T<Char, Buffer>::write(const Char* data, std::uint64_t size,
+                                                    std::uint64_t* accepted)
+{
+    std::uint64_t unused = 0;
+    std::uint64_t& taken = accepted != nullptr ? *accepted : unused;
+    taken = 0;
+    int reason = obstacle(handle_, failed_, last_error_);
+    if (reason == 0 && data == nullptr && size > 0)
+        reason = EINVAL;
+    if (reason != 0) {
+        ACE_OS::last_error(last_error_ = reason);
+        return false;
+    }
+    const std::uint64_t block = buffer_.size();
+    while (taken < size) {
+        const std::uint64_t left = size - taken;
+        if (buffered_ == 0 && (!buffering_ || left >= block)) {
+            const std::uint64_t before = position_;
+            const bool stored = store(data + taken, buffering_ ? left - left % block : left);
+            taken += position_ - before;
+            if (!stored)
+                return false;
+            continue;
+        }
+        const std::uint64_t count = std::min(left, block - buffered_);
+        std::memcpy(buffer_.data() + buffered_, data + taken, static_cast<std::size_t>(count));
+        buffered_ += count;
+        if (buffered_ == block && !flush())
+            return false;
+        taken += count;
+    }
+    return true;
+}
+
+template <class Char, class Buffer>
+bool Fixed_Block_File_Writer_T<Char, Buffer>::flush()
+{
+    const int reason = obstacle(handle_, failed_, last_error_);
+    if (reason != 0) {
+        ACE_OS::last_error(last_error_ = reason);
+        return false;
+    }
+    return store(buffer_.data(), std::exchange(buffered_, 0));
+}
+
+template <class Char, class Buffer>
+std::int64_t Fixed_Block_File_Writer_T<Char, Buffer>::seek(std::int64_t offset, int whence)
+{
+    if (!flush())
+        return -1;
+    const std::int64_t position = ACE_OS::lseek(handle_, offset, whence);
+    if (position < 0) {
+        // Nothing was lost, so later writes are as good as before.
+        last_error_ = ACE_OS::last_error();
+        return -1;
+    }
+    position_ = window_ = static_cast<std::uint64_t>(position);
+    return position;
+}
+
+template <class Char, class Buffer>
+bool Fixed_Block_File_Writer_T<Char, Buffer>::close()
+{
+    if (handle_ != ACE_INVALID_HANDLE) {
+        const bool stored = flush();
+        // A network file system may tell of a failed write only now. The first failure counts.
+        if (ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE)) != 0 && stored)
+            fail();
+    }
+    buffered_ = 0;
+    if (failed_)
+        ACE_OS::last_error(last_error_);
+    return !failed_;
+}
+
+template <class Char, class Buffer>
+bool Fixed_Block_File_Writer_T<Char, Buffer>::fail()
+{
+    failed_ = true;
+    last_error_ = ACE_OS::last_error();
+    return false;
+}
+
+template <class Char, class Buffer>
+bool Fixed_Block_File_Writer_T<Char, Buffer>::store(const Char* data, std::uint64_t size)
+{
+    while (size > 0) {
+        const ssize_t count = ACE_OS::write(
+            handle_, data, static_cast<std::size_t>(std::min(size, largest_transfer)));
+        if (count < 0 && ACE_OS::last_error() == EINTR)
+            continue;
+        if (count <= 0) {
+            if (count == 0)
+                ACE_OS::last_error(EIO);
+            return fail();
+        }
+        data += count;
+        size -= static_cast<std::uint64_t>(count);
+        position_ += static_cast<std::uint64_t>(count);
+        advise();
+    }
+    return true;
+}
+
+template <class Char, class Buffer>
+void Fixed_Block_File_Writer_T<Char, Buffer>::advise()
+{
+    const std::uint64_t size = options_.write_behind;
+    if (size == 0)
+        return;
+    const std::uint64_t kept = size * options_.windows_kept;
+    for (; position_ - window_ >= size; window_ += size) {
+        page_cache::store(handle_, window_, size);
+        if (options_.drop_behind && window_ >= kept)
+            page_cache::forget(handle_, window_ - kept, size);
+    }
+}
+
+template class File_Buffer_T<char>;
+template class Fixed_Block_File_Reader_T<char, File_Buffer_T<char>>;
+template class Fixed_Block_File_Writer_T<char, File_Buffer_T<char>>;

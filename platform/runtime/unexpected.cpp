@@ -1,0 +1,21 @@
+#include "platform/runtime/unexpected.h"
+
+#include <ace/Log_Msg.h>
+#include <ace/OS_Errno.h>
+
+void log_unexpected(const char* format, const char* file, int line)
+{
+    const ACE_Errno_Guard guard(errno);
+    ACE_Log_Msg* const log = ACE_Log_Msg::instance();
+    log->conditional_set(file, line, -1, errno);
+    log->log(LM_EMERGENCY, format);
+}
+
+void log_unexpected_values(const char* format, const char* left, const char* right,
+                           const char* file, int line)
+{
+    const ACE_Errno_Guard guard(errno);
+    ACE_Log_Msg* const log = ACE_Log_Msg::instance();
+    log->conditional_set(file, line, -1, errno);
+    log->log(LM_EMERGENCY, format, left, right);
+}
