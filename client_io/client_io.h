@@ -72,7 +72,8 @@ public:
     bool write(const void* buf, std::uint64_t size) override;
     std::uint64_t size() const override;
     /// Fails with "Invalid URI" (scheme or path empty), "Protocol not supported", or the text of
-    /// the layer that cannot be had or cannot connect.
+    /// the layer that cannot be had or cannot connect. After one that could not even be tried there
+    /// is nothing left that reconnect() could come back to.
     bool connect(const URI& uri, const Options& options) override;
     bool reconnect() override;
     bool is_connected() const override;
@@ -188,6 +189,7 @@ private:
     bool check_connected();
     bool check_open();
     bool check_no_file_open();
+    bool refuse_connection(const std::string& reason);
     void take_off_transform();
     bool close_after_failure();
 };

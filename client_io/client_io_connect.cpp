@@ -124,15 +124,11 @@ Client_IO::~Client_IO()
 bool Client_IO::connect(const URI& uri, const Options& options)
 {
     disconnect();
-    if (uri.scheme().empty() || uri.path(false).empty()) {
-        error_ = "Invalid URI";
-        return false;
-    }
+    if (uri.scheme().empty() || uri.path(false).empty())
+        return refuse_connection("Invalid URI");
     const Scheme* scheme = find_scheme(uri.scheme());
-    if (scheme == nullptr) {
-        error_ = "Protocol not supported";
-        return false;
-    }
+    if (scheme == nullptr)
+        return refuse_connection("Protocol not supported");
     try {
         Options stack_options = options;
         adjust_options(scheme->family, stack_options);
@@ -148,35 +144,27 @@ bool Client_IO::connect_stack(std::unique_ptr<Client_IO_Base> backend, Protocol 
                               const URI& uri, const Options& stack_options, const Options& options)
 {
     protocol_ = protocol;
-    if (backend == nullptr) {
-        error_ = "Protocol not supported";
-        return false;
-    }
+    if (backend == nullptr)
+        return refuse_connection("Protocol not supported");
     io_ = std::move(backend);
 
     // The transforms go on top in this order, each owning what is below it: retries, rate
     // control, encryption, compression.
-    if (stack_options.max_retry != 0 && protocol != PROTOCOL_BTRFS_HTTP) {
-        error_ = "Resumption is not supported by this version";
-        return false;
-    }
-    if (stack_options.max_bytes_per_second != 0 || !stack_options.rate_control.empty()) {
-        error_ = "Rate control is not supported by this version";
-        return false;
-    }
+    if (stack_options.max_retry != 0 && protocol != PROTOCOL_BTRFS_HTTP)
+        return refuse_connection("Resumption is not supported by this version");
+    if (stack_options.max_bytes_per_second != 0 || !stack_options.rate_control.empty())
+        return refuse_connection("Rate control is not supported by this version");
     encryption_ = ENCRYPTION_NONE;
     if (!set_encryption(stack_options.encryption_algorithm, stack_options.encryption_key,
                         static_cast<int>(stack_options.encryption_key_len),
                         stack_options.encryption_iv,
                         static_cast<int>(stack_options.encryption_iv_len)))
-        return false;
+        return refuse_connection(error_);
     compression_ = COMPRESSION_NONE;
     compression_level_ = stack_options.compression_level;
     auto_compression_ = stack_options.compression == COMPRESSION_AUTO;
-    if (stack_options.compression != COMPRESSION_NONE) {
-        error_ = "Compression is not supported by this version";
-        return false;
-    }
+    if (stack_options.compression != COMPRESSION_NONE)
+        return refuse_connection("Compression is not supported by this version");
     set_compression(stack_options.compression);
 
     error_.clear();
@@ -208,10 +196,8 @@ bool Client_IO::connect(const char* uri, const Options& options)
 {
     disconnect();
     URI parsed;
-    if (uri == nullptr || !URI_Parser::parse(uri, parsed)) {
-        error_ = "Invalid URI";
-        return false;
-    }
+    if (uri == nullptr || !URI_Parser::parse(uri, parsed))
+        return refuse_connection("Invalid URI");
     return connect(parsed, options);
 }
 
@@ -221,7 +207,7 @@ bool Client_IO::connect(Protocol protocol, const char* host, unsigned short port
     disconnect();
     URI uri;
     if (!generate_uri(protocol, host, port, ssl, path, uri))
-        return false;
+        return refuse_connection(error_);
     protocol_ = protocol;
     return connect(uri, options);
 }
@@ -274,5 +260,15 @@ bool Client_IO::set_encryption(Encryption_Algorithm algorithm, const unsigned ch
         return false;
     }
     error_ = "Encryption is not supported by this version";
+    return false;
+}
+
+/// Ends a connect() that cannot be carried out. The stack goes: were it kept, the next operation
+/// would reconnect it, to the target before or without a transform that was asked for.
+/// @return false, for the operation to return
+bool Client_IO::refuse_connection(const std::string& reason)
+{
+    error_ = reason;
+    io_.reset();
     return false;
 }

@@ -253,7 +253,7 @@ bool File_IO::seek(std::uint64_t offset, std::uint64_t length)
 std::uint64_t File_IO::size(const char* path)
 {
     ACE_stat status;
-    if (ACE_OS::stat(full_path(path).c_str(), &status) != 0)
+    if (path == nullptr || ACE_OS::stat(full_path(path).c_str(), &status) != 0)
         return size_unknown;
     return is_directory(status) ? size_of_directory : static_cast<std::uint64_t>(status.st_size);
 }

@@ -162,6 +162,8 @@ std::int64_t Pipe_IO::skip(std::uint64_t n)
 
 bool Pipe_IO::skip(std::uint64_t n, void* buffer, std::uint64_t buffer_size)
 {
+    if (n != 0 && buffer_size == 0)
+        return false; // no read would bring it nearer to its end
     while (n != 0) {
         const std::uint64_t part = std::min(n, buffer_size);
         const std::int64_t got = read(buffer, part);

@@ -29,6 +29,10 @@ target_include_directories(project_settings INTERFACE ${CMAKE_SOURCE_DIR})
 target_compile_options(project_settings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion
     $<$<BOOL:${CLIENT_IO_WERROR}>:-Werror>
+    # GCC 12 sees overlaps in std::string that are none (its bug 105329).
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
+    # GCC 12 sees overlapping copies in std::string's operator+ where there are none (its bug 105651).
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
     # Log messages name source files by their place in the project.
     -fmacro-prefix-map=${CMAKE_SOURCE_DIR}=backup)
 if(CLIENT_IO_SANITIZE)

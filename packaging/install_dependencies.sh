@@ -39,5 +39,5 @@ install_packages()
     fi
     "${as_root[@]}" apt-get update -q
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -q -y --no-install-recommends "${missing[@]}"
+        apt-get install -q -y -o Dpkg::Use-Pty=0 --no-install-recommends "${missing[@]}"
 }

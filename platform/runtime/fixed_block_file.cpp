@@ -24,14 +24,17 @@ constexpr std::uint64_t sequence_length = 1U << 20U;
 // One system call moves at most so much, which every system can count.
 constexpr std::uint64_t largest_transfer = 1U << 30U;
 
-// Keeps sums of positions and windows far from the end of their type.
-constexpr std::uint64_t largest_window = std::uint64_t{1} << 40U;
+// Longer windows help nobody, and sums of positions and windows stay far from the end of their
+// type.
+constexpr std::uint64_t largest_window = 1U << 30U;
 
 #ifdef O_CLOEXEC
 constexpr int not_inherited = O_CLOEXEC;
 #else
 constexpr int not_inherited = 0; // ACE opens files so in any case
 #endif
+
+constexpr mode_t new_file_mode = 0666; // less the umask
 
 constexpr int access_bits = O_WRONLY | O_RDWR;
 
@@ -46,7 +49,7 @@ File_Options with_defaults(File_Options options)
     return options;
 }
 
-ACE_HANDLE open_file(const char* path, int flags, int permissions)
+ACE_HANDLE open_file(const char* path, int flags)
 {
     if (path == nullptr) {
         ACE_OS::last_error(EINVAL);
@@ -54,7 +57,7 @@ ACE_HANDLE open_file(const char* path, int flags, int permissions)
     }
     ACE_HANDLE handle = ACE_INVALID_HANDLE;
     do
-        handle = ACE_OS::open(path, flags | not_inherited, permissions);
+        handle = ACE_OS::open(path, flags | not_inherited, new_file_mode);
     while (handle == ACE_INVALID_HANDLE && ACE_OS::last_error() == EINTR);
     return handle;
 }
@@ -135,7 +138,7 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::open(const char* path, int flags,
     last_error_ = 0;
     if (!buffer_.resize(options_.block_size))
         return fail();
-    handle_ = open_file(path, (flags & ~access_bits) | O_RDONLY, 0666);
+    handle_ = open_file(path, (flags & ~access_bits) | O_RDONLY);
     if (handle_ == ACE_INVALID_HANDLE)
         return fail();
     if (!refuse_directory(handle_)) {
@@ -144,6 +147,7 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::open(const char* path, int flags,
         return false;
     }
     if (prefetch && options_.read_ahead != 0) {
+        page_cache::expect_sequential(handle_);
         page_cache::fetch(handle_, 0, options_.read_ahead);
         advised_ = options_.read_ahead;
     }
@@ -153,7 +157,12 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::open(const char* path, int flags,
 template <class Char, class Buffer>
 bool Fixed_Block_File_Reader_T<Char, Buffer>::read(Char*& data, std::int64_t& size)
 {
-    data = buffer_.data();
+    data = nullptr;
+    size = -1;
+    if (handle_ == ACE_INVALID_HANDLE) {
+        ACE_OS::last_error(EBADF);
+        return fail();
+    }
     std::uint64_t count = 0;
     // Until the block is full, so that a short block is the end even where the system delivers
     // less than was asked for.
@@ -162,16 +171,19 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::read(Char*& data, std::int64_t& si
                                          static_cast<std::size_t>(buffer_.size() - count));
         if (got < 0 && ACE_OS::last_error() == EINTR)
             continue;
-        // What was read before a failure is delivered; the next call meets the failure again.
-        if (got < 0 && count == 0) {
-            data = nullptr;
-            size = -1;
-            return fail();
-        }
-        if (got <= 0)
+        if (got == 0)
             break;
+        if (got < 0) {
+            // What was read before the failure is not delivered, since a short block would pass
+            // for the end of the file. The position goes back, so that the call can be repeated.
+            fail();
+            ACE_OS::lseek(handle_, static_cast<ACE_OFF_T>(position_), SEEK_SET);
+            ACE_OS::last_error(last_error_);
+            return false;
+        }
         count += static_cast<std::uint64_t>(got);
     }
+    data = buffer_.data();
     size = static_cast<std::int64_t>(count);
     position_ += count;
     sequential_ += count;
@@ -197,6 +209,9 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::close()
 {
     if (handle_ == ACE_INVALID_HANDLE)
         return true;
+    // The last, incomplete window of a file of which others were forgotten.
+    if (options_.drop_behind && options_.read_ahead != 0 && sequential_ > options_.read_ahead)
+        page_cache::forget(handle_, dropped_, position_ - dropped_);
     return ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE)) == 0 || fail();
 }
 
@@ -214,6 +229,8 @@ void Fixed_Block_File_Reader_T<Char, Buffer>::advise()
     if (window == 0)
         return;
     if (sequential_ >= sequence_length && advised_ < position_ + window / 2) {
+        if (advised_ <= position_)
+            page_cache::expect_sequential(handle_);
         const std::uint64_t from = std::max(advised_, position_);
         page_cache::fetch(handle_, from, position_ + window - from);
         advised_ = position_ + window;
@@ -241,7 +258,7 @@ bool Fixed_Block_File_Writer_T<Char, Buffer>::open(const char* path, int flags, 
     if ((flags & access_bits) == O_RDONLY)
         flags |= O_WRONLY;
     if (buffer_.resize(options_.block_size))
-        handle_ = open_file(path, flags, 0666);
+        handle_ = open_file(path, flags);
     if (handle_ == ACE_INVALID_HANDLE) {
         last_error_ = ACE_OS::last_error();
         return false;
@@ -256,9 +273,10 @@ template <class Char, class Buffer>
 bool Fixed_Block_File_Writer_T<Char, Buffer>::write(const Char* data, std::uint64_t size,
                                                     std::uint64_t* accepted)
 {
-    std::uint64_t unused = 0;
-    std::uint64_t& taken = accepted != nullptr ? *accepted : unused;
-    taken = 0;
+    std::uint64_t unwanted = 0;
+    if (accepted == nullptr)
+        accepted = &unwanted;
+    *accepted = 0;
     int reason = obstacle(handle_, failed_, last_error_);
     if (reason == 0 && data == nullptr && size > 0)
         reason = EINVAL;
@@ -267,22 +285,22 @@ bool Fixed_Block_File_Writer_T<Char, Buffer>::write(const Char* data, std::uint6
         return false;
     }
     const std::uint64_t block = buffer_.size();
-    while (taken < size) {
-        const std::uint64_t left = size - taken;
+    while (*accepted < size) {
+        const std::uint64_t left = size - *accepted;
         if (buffered_ == 0 && (!buffering_ || left >= block)) {
             const std::uint64_t before = position_;
-            const bool stored = store(data + taken, buffering_ ? left - left % block : left);
-            taken += position_ - before;
+            const bool stored = store(data + *accepted, buffering_ ? left - left % block : left);
+            *accepted += position_ - before;
             if (!stored)
                 return false;
             continue;
         }
         const std::uint64_t count = std::min(left, block - buffered_);
-        std::memcpy(buffer_.data() + buffered_, data + taken, static_cast<std::size_t>(count));
+        std::memcpy(buffer_.data() + buffered_, data + *accepted, static_cast<std::size_t>(count));
         buffered_ += count;
         if (buffered_ == block && !flush())
             return false;
-        taken += count;
+        *accepted += count;
     }
     return true;
 }

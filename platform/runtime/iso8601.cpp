@@ -119,7 +119,7 @@ std::optional<std::int64_t> zone(Scanner& scanner)
     }
     if (hour > 23 || minute > 59)
         return {};
-    const std::int64_t seconds = (hour * 60 + minute) * 60;
+    const int seconds = (hour * 60 + minute) * 60;
     return sign == '-' ? -seconds : seconds;
 }
 

@@ -1,6 +1,6 @@
 #include "platform/runtime/path.h"
 
-#include <ace/OS_Errno.h>
+#include <ace/Default_Constants.h>
 #include <ace/OS_NS_errno.h>
 #include <ace/OS_NS_sys_stat.h>
 #include <new>

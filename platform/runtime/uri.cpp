@@ -49,18 +49,17 @@ std::string decode(std::string_view text)
     return plain;
 }
 
-template <class Char_Set>
-std::string encode(std::string_view plain, const Char_Set& allowed)
+std::string encode(std::string_view plain, const urls::grammar::lut_chars& allowed)
 {
     static constexpr char digits[] = "0123456789ABCDEF";
     std::string text;
     text.reserve(plain.size());
     for (const char c : plain) {
-        if (allowed(c)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (allowed(byte)) {
             text += c;
             continue;
         }
-        const auto byte = static_cast<unsigned char>(c);
         text += '%';
         text += digits[byte >> 4U];
         text += digits[byte & 0xFU];

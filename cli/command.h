@@ -1,0 +1,73 @@
+#pragma once
+
+#include "cli/connection.h"
+#include "cli/output.h"
+#include "cli/reporter.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace cio
+{
+
+/// What the user asked for, options read and checked.
+struct Invocation
+{
+    std::vector<std::string> arguments;
+    Client_IO_Base::Options options;
+    bool recursive = false;
+    bool long_form = false;
+    bool overwrite = false;
+    bool resume = false;
+    bool summarize = false;
+    unsigned jobs = 4;
+    Reporter& report;
+    Output& out;
+};
+
+/// The options that a command knows beside those that all know; bits.
+enum Command_Option : unsigned
+{
+    takes_recursive = 1U,
+    takes_recursive_upper = 2U, ///< -R, as for ls
+    takes_long = 4U,
+    takes_overwrite = 8U,
+    takes_resume = 16U,
+    takes_jobs = 32U,
+    takes_summarize = 64U,
+    shows_transfer = 128U, ///< no option: the command moves data
+};
+
+/// One command: its row in the help and what carries it out.
+struct Command
+{
+    const char* name;
+    const char* arguments; ///< as the help shows them
+    const char* summary;
+    const char* example;
+    unsigned options;
+    std::size_t least_arguments;
+    std::size_t most_arguments;
+    /// Does the work; results go to out, failures to report, which knows the exit code. May throw
+    /// Usage_Error before anything was changed.
+    void (*run)(Invocation& invocation);
+};
+
+constexpr std::size_t any_number = static_cast<std::size_t>(-1);
+
+extern const Command put_command;
+extern const Command get_command;
+extern const Command cat_command;
+extern const Command ls_command;
+extern const Command tree_command;
+extern const Command stat_command;
+extern const Command du_command;
+extern const Command cp_command;
+extern const Command mv_command;
+extern const Command rm_command;
+extern const Command mkdir_command;
+extern const Command truncate_command;
+extern const Command verify_command;
+
+} // namespace cio

@@ -1,0 +1,95 @@
+#include "cli/connection.h"
+
+#include "cli/file_stamp.h"
+#include "cli/path_rules.h"
+
+#include <ace/OS_NS_errno.h>
+
+namespace cio
+{
+
+bool Target::transforms(const std::string& path) const
+{
+    if (options.encryption_algorithm != ENCRYPTION_NONE)
+        return true;
+    if (options.compression != COMPRESSION_AUTO)
+        return options.compression != COMPRESSION_NONE;
+    const std::size_t dot = path.rfind('.');
+    return dot != std::string::npos &&
+           compression_suffix_to_value(path.c_str() + dot, COMPRESSION_NONE) != COMPRESSION_NONE;
+}
+
+std::optional<std::string> Target::local_path(const std::string& path) const
+{
+    if (uri.scheme() != "file")
+        return std::nullopt;
+    return path.empty() ? uri.path(false) : join_path(uri.path(false), path);
+}
+
+Target make_target(const std::string& uri_text, Client_IO_Base::Options options, bool create)
+{
+    Target target{uri_text, {}, std::move(options), create};
+    if (!URI_Parser::parse(uri_text.c_str(), target.uri) || target.uri.path(false).empty())
+        throw Usage_Error(uri_text + ": Invalid URI");
+    const std::string host = target.uri.host(false);
+    if (target.uri.scheme() == "file" && !host.empty() && host != "localhost")
+        throw Usage_Error(uri_text + ": a file URI cannot name another machine (" + host +
+                          "); write file:///PATH");
+    return target;
+}
+
+Client_IO* Connection::open(Failure& failure)
+{
+    if (connected_)
+        return &io_;
+    const std::optional<std::string> base = target_.local_path("");
+    File_Stamp stamp;
+    // Connecting creates a missing base directory, which a command that only reads shall not.
+    if (base && !target_.create && !stamp_path(base->c_str(), true, stamp)) {
+        failure = system_failure("Target directory " + *base, ACE_OS::last_error());
+        return nullptr;
+    }
+    connected_ = io_.connect(target_.uri, target_.options);
+    if (connected_)
+        return &io_;
+    failure = target_failure(io_);
+    // "exists" is about the files of a command, not about what stands in the way of the target.
+    if (failure.code == exit_exists)
+        failure.code = exit_failed;
+    return nullptr;
+}
+
+bool looks_like_uri(const std::string& text)
+{
+    const auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+    const std::size_t end = text.find("://");
+    if (end == std::string::npos || end == 0 || !letter(text[0]))
+        return false;
+    for (const char c : text.substr(0, end))
+        if (!letter(c) && !(c >= '0' && c <= '9') && c != '+' && c != '-' && c != '.')
+            return false;
+    return true;
+}
+
+std::optional<Client_IO_Base::Directory_Entry> find_entry(Client_IO& io, const std::string& path,
+                                                          Failure& failure)
+{
+    Client_IO_Base::Directory_Entry found;
+    std::vector<Client_IO_Base::Directory_Entry> entries;
+    if (path.empty()) {
+        found.is_dir = true;
+        return found;
+    }
+    if (!io.get_dir(parent_path(path).c_str(), entries)) {
+        failure = target_failure(io);
+        return std::nullopt;
+    }
+    const std::string name = last_name(path);
+    for (Client_IO_Base::Directory_Entry& entry : entries)
+        if (entry.name == name)
+            return std::move(entry);
+    failure = system_failure("No such entry in the target", ENOENT);
+    return std::nullopt;
+}
+
+} // namespace cio

@@ -1,0 +1,40 @@
+#include "cli/failure.h"
+
+#include "client_io/client_io.h"
+#include "platform/runtime/posix_error.h"
+
+#include <cerrno>
+
+namespace cio
+{
+
+Exit_Code exit_code_of(int error_number, bool retriable)
+{
+    if (retriable)
+        return exit_retriable;
+    switch (error_number) {
+    case ENOENT:
+        return exit_not_found;
+    case EEXIST:
+        return exit_exists;
+    default:
+        return exit_failed;
+    }
+}
+
+Failure target_failure(const Client_IO& io)
+{
+    Failure failure{exit_code_of(io.errnum(), io.retriable()), io.error()};
+    if (failure.text.empty()) {
+        failure.code = exit_failed;
+        failure.text = "The target does not support this operation";
+    }
+    return failure;
+}
+
+Failure system_failure(const std::string& what, int error_number)
+{
+    return {exit_code_of(error_number, false), what + ": " + POSIX_Error(error_number, 1).str()};
+}
+
+} // namespace cio

@@ -1,0 +1,203 @@
+#include "cli/command.h"
+#include "cli/file_stamp.h"
+#include "cli/get_worker.h"
+#include "cli/interrupt.h"
+#include "cli/path_rules.h"
+#include "cli/worker_pool.h"
+#include "platform/runtime/path.h"
+
+#include <ace/OS_NS_errno.h>
+#include <ace/OS_NS_sys_stat.h>
+#include <set>
+
+namespace cio
+{
+namespace
+{
+
+constexpr unsigned short directory_mode = 0777; // less the umask
+
+class Get
+{
+public:
+    Get(Transfer& transfer, unsigned jobs)
+        : transfer_(transfer), connection_(transfer.target),
+          pool_(jobs, [&transfer] { return std::make_unique<Get_Worker>(transfer); })
+    {}
+
+    /// @param paths  as the user wrote them: a '/' at the end asks for a directory's contents
+    void run(const std::vector<std::string>& paths, const std::string& local);
+
+private:
+    void get_one(Client_IO& io, const std::string& path, const std::string& local,
+                 bool local_is_directory);
+    void get_named_file(const std::string& remote, const std::string& local,
+                        const Client_IO_Base::Directory_Entry& entry);
+    void walk(Client_IO& io, const std::string& remote, const std::string& local);
+    bool make_top_directory(const std::string& path);
+    bool make_directory(const std::string& path);
+
+    Transfer& transfer_;
+    Connection connection_;
+    Worker_Pool<Get_Worker, Get_Job> pool_;
+};
+
+void check_names(const std::vector<std::string>& paths)
+{
+    std::set<std::string> names;
+    for (const std::string& path : paths) {
+        const std::string remote = target_path(path);
+        const bool contents = remote.empty() || ends_with_separator(path);
+        if (!contents && !names.insert(last_name(remote)).second)
+            throw Usage_Error("two sources would be restored as '" + last_name(remote) + "'");
+    }
+}
+
+void Get::run(const std::vector<std::string>& paths, const std::string& local)
+{
+    Failure failure;
+    Client_IO* io = connection_.open(failure);
+    if (io == nullptr)
+        return transfer_.report.error(transfer_.target.uri_text, failure);
+    File_Stamp stamp;
+    const bool exists = stamp_path(local.c_str(), true, stamp);
+    const bool local_is_directory = ends_with_separator(local) || paths.size() > 1 ||
+                                    (exists && stamp.kind == File_Kind::directory);
+    for (const std::string& path : paths) {
+        if (interrupt::requested())
+            break;
+        get_one(*io, path, local, local_is_directory);
+        // Contents of several directories may meet in one; one after the other they find what
+        // the one before stored, and never write the same file at once.
+        if (paths.size() > 1 && ends_with_separator(path))
+            pool_.wait_idle();
+    }
+    transfer_.report.all_found();
+    pool_.finish();
+}
+
+void Get::get_one(Client_IO& io, const std::string& path, const std::string& local,
+                  bool local_is_directory)
+{
+    const std::string remote = target_path(path);
+    const std::string name = last_name(remote);
+    Failure failure;
+    const auto entry = find_entry(io, remote, failure);
+    if (!entry)
+        return transfer_.report.error(path, failure);
+    // The listing shows a link to a directory as what it is not: a file.
+    const bool is_directory =
+        entry->is_dir || io.size(remote.c_str()) == Client_IO_Base::size_of_directory;
+    if (!is_directory)
+        return get_named_file(remote, local_is_directory ? join_path(local, name) : local, *entry);
+    const bool contents = remote.empty() || ends_with_separator(path);
+    const std::string destination = contents ? local : join_path(local, name);
+    const std::optional<std::string> source = transfer_.target.local_path(remote);
+    if (source && is_inside(destination, *source))
+        return transfer_.report.error(path,
+                                      {exit_failed, "A directory cannot be restored into itself"});
+    if (make_top_directory(local) && (contents || make_directory(destination)))
+        walk(io, remote, destination);
+}
+
+void Get::get_named_file(const std::string& remote, const std::string& local,
+                         const Client_IO_Base::Directory_Entry& entry)
+{
+    std::string directory;
+    if (dirname_string(local, directory, '/') && !make_top_directory(directory))
+        return;
+    transfer_.report.file_found(entry.size);
+    pool_.submit({remote, local, {entry.size, entry.mtime}, false});
+}
+
+void Get::walk(Client_IO& io, const std::string& remote, const std::string& local)
+{
+    std::vector<std::string> directories;
+    {
+        std::vector<Client_IO_Base::Directory_Entry> entries;
+        if (!io.get_dir(remote.c_str(), entries))
+            return transfer_.report.error(remote, target_failure(io));
+        for (Client_IO_Base::Directory_Entry& entry : entries) {
+            if (interrupt::requested())
+                return;
+            std::string path = join_path(remote, entry.name);
+            if (!is_safe_entry_name(entry.name)) {
+                transfer_.report.error(path, {exit_failed, "The target lists a name that cannot "
+                                                           "be the name of a local file"});
+            } else if (entry.is_dir) {
+                directories.push_back(std::move(entry.name));
+            } else {
+                transfer_.report.file_found(entry.size);
+                pool_.submit({std::move(path),
+                              join_path(local, entry.name),
+                              {entry.size, entry.mtime},
+                              true});
+            }
+        }
+    }
+    for (const std::string& name : directories) {
+        const std::string destination = join_path(local, name);
+        if (interrupt::requested())
+            return;
+        if (make_directory(destination))
+            walk(io, join_path(remote, name), destination);
+    }
+}
+
+/// Makes the directory that the user named, with its parents; links on the way are the user's.
+bool Get::make_top_directory(const std::string& path)
+{
+    if (mkdir_p(path.c_str(), directory_mode, {}) == 0)
+        return true;
+    transfer_.report.error(
+        path,
+        {exit_failed, system_failure("Failed to create directory", ACE_OS::last_error()).text});
+    return false;
+}
+
+/// Makes one directory below it. A link that bears its name could lead out of what the user named.
+bool Get::make_directory(const std::string& path)
+{
+    File_Stamp stamp;
+    if (ACE_OS::mkdir(path.c_str(), directory_mode) == 0)
+        return true;
+    Failure failure = system_failure("Failed to create directory", ACE_OS::last_error());
+    if (stamp_path(path.c_str(), false, stamp)) {
+        if (stamp.kind == File_Kind::directory)
+            return true;
+        failure = {exit_failed, stamp.kind == File_Kind::link
+                                    ? "Is a symbolic link, which is not followed"
+                                    : "Is a file, not a directory"};
+    }
+    transfer_.report.error(path, failure);
+    return false;
+}
+
+void run_get(Invocation& invocation)
+{
+    const std::vector<std::string>& arguments = invocation.arguments;
+    const Target target = make_target(arguments.front(), invocation.options, false);
+    const std::vector<std::string> paths(arguments.begin() + 1, arguments.end() - 1);
+    if (arguments.back().empty())
+        throw Usage_Error("the name of the local file or directory is empty");
+    check_names(paths);
+    Transfer transfer{target, invocation.report,
+                      invocation.overwrite || invocation.options.overwrite, invocation.resume};
+    Get(transfer, invocation.jobs).run(paths, arguments.back());
+}
+
+} // namespace
+
+const Command get_command = {
+    "get",
+    "URI PATH... LOCAL",
+    "Restore files and directories from a target",
+    "cio get file:///mnt/backup daily/etc/fstab /tmp/fstab\n"
+    "  cio get --overwrite file:///mnt/backup daily/home/ /home",
+    takes_overwrite | takes_resume | takes_jobs | shows_transfer,
+    3,
+    any_number,
+    run_get,
+};
+
+} // namespace cio

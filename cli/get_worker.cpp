@@ -1,0 +1,270 @@
+#include "cli/get_worker.h"
+
+#include "cli/interrupt.h"
+
+#include <ace/OS_NS_errno.h>
+#include <ace/OS_NS_unistd.h>
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace cio
+{
+namespace
+{
+
+/// Reads the last bytes of a local file, at most as many as are worth comparing.
+bool read_end(const std::string& path, std::uint64_t size, std::string& end)
+{
+    const std::uint64_t length = std::min(size, worth_continuing);
+    File_Reader reader;
+    char* data = nullptr;
+    std::int64_t got = 0;
+    end.clear();
+    if (!reader.open(path.c_str(), O_RDONLY, File_Options{}, share_all, false) ||
+        reader.seek(static_cast<std::int64_t>(size - length), SEEK_SET) < 0)
+        return false;
+    while (end.size() < length) {
+        if (!reader.read(data, got) || got <= 0)
+            return false;
+        end.append(data, std::min(static_cast<std::uint64_t>(got), length - end.size()));
+    }
+    return true;
+}
+
+/// Removes an unfinished file; never a device or a link that the user named as the destination.
+bool remove_unfinished(const std::string& path)
+{
+    File_Stamp stamp;
+    return stamp_path(path.c_str(), false, stamp) && stamp.kind == File_Kind::file &&
+           ACE_OS::unlink(path.c_str()) == 0;
+}
+
+} // namespace
+
+void Get_Worker::run(const Get_Job& job)
+{
+    Failure failure;
+    if (interrupt::requested())
+        return;
+    try {
+        if (Client_IO* io = connection_.open(failure))
+            get(*io, job);
+        else
+            fail(job.remote, failure);
+    } catch (const std::exception& error) {
+        fail(job.remote, {exit_failed, error.what()});
+    }
+}
+
+void Get_Worker::get(Client_IO& io, const Get_Job& job)
+{
+    File_Stamp there;
+    const bool exists = stamp_path(job.local.c_str(), !job.inside, there);
+    if (exists && !check_local(job, there))
+        return;
+
+    std::string end;
+    std::uint64_t start =
+        exists && transfer_.resume && there.size > 0 ? find_start(job, there, end) : 0;
+    if (!open_remote(io, job, start, end))
+        return;
+    start = end.empty() ? 0 : start;
+
+    const bool transforms = transfer_.target.transforms(job.remote);
+    const std::uint64_t expected = transforms ? Client_IO_Base::size_unknown : io.size();
+    const std::optional<Resume_Record> record =
+        expected != Client_IO_Base::size_unknown && expected >= worth_continuing
+            ? std::optional<Resume_Record>(std::in_place, "get", transfer_.target, job.remote,
+                                           job.local)
+            : std::nullopt;
+    if (start == 0 || start != expected) {
+        if (!open_local(io, job, exists, start))
+            return;
+        if (record)
+            record->store(job.source);
+        if (start > 0)
+            transfer_.report.already_there(start);
+        if (!move(io, job, start, expected))
+            return;
+    } else {
+        transfer_.report.already_there(start);
+        (void)io.close();
+    }
+    if (record)
+        record->remove();
+    transfer_.report.item_done(true);
+}
+
+/// Whether what stands at the destination may be replaced. @return false when not, which was told
+bool Get_Worker::check_local(const Get_Job& job, const File_Stamp& there)
+{
+    const std::optional<std::string> source = transfer_.target.local_path(job.remote);
+    File_Stamp stamp;
+    Failure failure;
+    if (!transfer_.overwrite && !transfer_.resume)
+        failure = {exit_exists, "File already exists"};
+    else if (there.kind == File_Kind::directory)
+        failure = {exit_failed, "Is a directory, not a file"};
+    else if (there.kind == File_Kind::link)
+        failure = {exit_failed, "Is a symbolic link, which is not followed"};
+    else if (source && stamp_path(source->c_str(), true, stamp) && stamp.same_file(there))
+        failure = {exit_failed, "Source and destination are the same file"};
+    else
+        return true;
+    fail(job.local, failure);
+    return false;
+}
+
+/// Where a partial file goes on, 0 = from its start.
+/// @param end  receives the file's last bytes, which the source has to hold at the same place
+std::uint64_t Get_Worker::find_start(const Get_Job& job, const File_Stamp& there, std::string& end)
+{
+    std::string obstacle = obstacle_of_target(transfer_.target, job.remote);
+    if (obstacle.empty())
+        obstacle = obstacle_to_continuing(
+            {there.size, there.mtime_seconds()}, job.source, job.source.mtime,
+            Resume_Record("get", transfer_.target, job.remote, job.local).load());
+    if (obstacle.empty() &&
+        (there.kind != File_Kind::file || !read_end(job.local, there.size, end)))
+        obstacle = "it cannot be read";
+    if (obstacle.empty())
+        return there.size;
+    end.clear();
+    transfer_.report.note(job.local, "starts again: " + obstacle);
+    return 0;
+}
+
+/// Opens the source and reads its first block, so that a source that cannot be read does not
+/// cost the file that stands at the destination.
+/// @param end  what the source has to hold before @p start; emptied, with the source opened at
+///             its beginning, when it does not
+/// @return false when the file failed, which was told
+bool Get_Worker::open_remote(Client_IO& io, const Get_Job& job, std::uint64_t start,
+                             std::string& end)
+{
+    const auto open = [&](std::uint64_t offset) {
+        size_ = 0;
+        if (io.open(job.remote.c_str(), Client_IO_Base::mode_read, offset, 0) && next_block(io))
+            return true;
+        const Failure failure = target_failure(io);
+        if (io.is_open())
+            (void)io.close();
+        fail(job.remote, failure);
+        return false;
+    };
+    if (!open(start - end.size()))
+        return false;
+    std::size_t compared = 0;
+    while (compared < end.size()) {
+        const std::size_t n = std::min<std::size_t>(size_, end.size() - compared);
+        if (n == 0 || std::memcmp(data_, end.data() + compared, n) != 0)
+            break;
+        compared += n;
+        data_ += n;
+        size_ -= n;
+        if (size_ == 0 && !next_block(io))
+            break;
+    }
+    if (compared == end.size())
+        return true;
+    transfer_.report.note(job.local, "starts again: its end differs from its source");
+    end.clear();
+    return open(0);
+}
+
+bool Get_Worker::next_block(Client_IO& io)
+{
+    const void* block = nullptr;
+    const bool read = io.read(block, size_);
+    data_ = static_cast<const char*>(block);
+    if (!read)
+        size_ = 0;
+    return read;
+}
+
+bool Get_Worker::open_local(Client_IO& io, const Get_Job& job, bool exists, std::uint64_t start)
+{
+    const int how = start > 0 ? O_APPEND : exists ? O_TRUNC : O_EXCL;
+    if (writer_.open(job.local.c_str(), O_CREAT | how, true, share_all, local_file_options))
+        return true;
+    fail(job.local, system_failure("Failed to open local file", writer_.last_error()));
+    (void)io.close();
+    return false;
+}
+
+/// Moves the bytes from @p start on; the first block was read. @return false when the file failed
+/// or was interrupted, and that was told
+bool Get_Worker::move(Client_IO& io, const Get_Job& job, std::uint64_t start,
+                      std::uint64_t expected)
+{
+    const std::optional<std::string> source = transfer_.target.local_path(job.remote);
+    File_Stamp before;
+    File_Stamp after;
+    if (source)
+        (void)stamp_path(source->c_str(), true, before);
+    std::uint64_t position = start;
+    bool changed = false;
+    while (size_ > 0) {
+        // A file that grows as fast as it is read would never end.
+        changed = expected != Client_IO_Base::size_unknown && size_ > expected - position;
+        if (changed)
+            break;
+        if (!writer_.write(data_, size_, nullptr)) {
+            abandon(io, job, system_failure("Failed to write", writer_.last_error()), position);
+            return false;
+        }
+        position += size_;
+        transfer_.report.bytes_moved(size_);
+        if (shall_stop(position, expected)) {
+            (void)io.close();
+            stop(job, position);
+            return false;
+        }
+        if (!next_block(io)) {
+            abandon(io, job, target_failure(io), position);
+            return false;
+        }
+    }
+    if (!writer_.close()) {
+        abandon(io, job, system_failure("Failed to write", writer_.last_error()), position);
+        return false;
+    }
+    if (!io.close()) {
+        abandon(io, job, target_failure(io), position);
+        return false;
+    }
+    if (source)
+        (void)stamp_path(source->c_str(), true, after);
+    changed = changed || before != after ||
+              (expected != Client_IO_Base::size_unknown && position != expected);
+    if (changed)
+        fail(job.remote, {exit_failed, "changed while it was read (" + std::to_string(position) +
+                                           " bytes of it stay in " + job.local + ")"});
+    return !changed;
+}
+
+/// Ends an interrupted file: the first one stays as it is and is named, others are removed.
+void Get_Worker::stop(const Get_Job& job, std::uint64_t position)
+{
+    const bool stored = writer_.close();
+    if (stored && !transfer_.partial_claimed.test_and_set())
+        return transfer_.report.partial(job.local, position);
+    (void)remove_unfinished(job.local);
+    Resume_Record("get", transfer_.target, job.remote, job.local).remove();
+}
+
+/// Ends a failed file. What is too little to be continued is removed.
+void Get_Worker::abandon(Client_IO& io, const Get_Job& job, Failure failure, std::uint64_t position)
+{
+    (void)writer_.close();
+    if (io.is_open())
+        (void)io.close();
+    if (position < worth_continuing && remove_unfinished(job.local))
+        Resume_Record("get", transfer_.target, job.remote, job.local).remove();
+    else
+        failure.text += " (" + std::to_string(position) + " bytes of it stay there)";
+    fail(job.local, failure);
+}
+
+} // namespace cio

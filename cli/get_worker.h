@@ -1,0 +1,51 @@
+#pragma once
+
+#include "cli/file_stamp.h"
+#include "cli/resume.h"
+#include "cli/transfer.h"
+
+namespace cio
+{
+
+/// One file to restore.
+struct Get_Job
+{
+    std::string remote;
+    std::string local;
+    Source_Version source; ///< as the target listed it; used by a resumed transfer
+    bool inside = false;   ///< below a directory that is being restored: links are not followed
+
+    std::size_t weight() const { return local.size() + remote.size(); }
+};
+
+/// Restores files of a target, over a connection of its own.
+class Get_Worker
+{
+public:
+    explicit Get_Worker(Transfer& transfer) : transfer_(transfer), connection_(transfer.target) {}
+
+    void run(const Get_Job& job);
+
+private:
+    void get(Client_IO& io, const Get_Job& job);
+    bool check_local(const Get_Job& job, const File_Stamp& there);
+    std::uint64_t find_start(const Get_Job& job, const File_Stamp& there, std::string& end);
+    bool open_remote(Client_IO& io, const Get_Job& job, std::uint64_t start, std::string& end);
+    bool next_block(Client_IO& io);
+    bool open_local(Client_IO& io, const Get_Job& job, bool exists, std::uint64_t start);
+    bool move(Client_IO& io, const Get_Job& job, std::uint64_t start, std::uint64_t expected);
+    void stop(const Get_Job& job, std::uint64_t position);
+    void abandon(Client_IO& io, const Get_Job& job, Failure failure, std::uint64_t position);
+    void fail(const std::string& path, const Failure& failure)
+    {
+        transfer_.report.error(path, failure);
+    }
+
+    Transfer& transfer_;
+    Connection connection_;
+    File_Writer writer_;
+    const char* data_ = nullptr; // the block that was read last
+    std::uint64_t size_ = 0;
+};
+
+} // namespace cio

@@ -1,0 +1,75 @@
+#include "cli/path_rules.h"
+
+#include "cli/failure.h"
+
+#include <ace/Default_Constants.h>
+
+#include <algorithm>
+
+namespace cio
+{
+namespace
+{
+
+constexpr bool is_windows = ACE_DIRECTORY_SEPARATOR_CHAR_A == '\\';
+// A colon would name a drive or an alternate stream on Windows.
+constexpr std::string_view refused_characters =
+    is_windows ? std::string_view{"/\\:\0", 4} : std::string_view{"/\0", 2};
+constexpr const char* separators = is_windows ? "/\\" : "/";
+
+} // namespace
+
+bool is_safe_entry_name(std::string_view name)
+{
+    return !name.empty() && name != "." && name != ".." &&
+           name.find_first_of(refused_characters) == std::string_view::npos;
+}
+
+std::string target_path(std::string_view text)
+{
+    std::string result;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find('/'), text.size());
+        const std::string_view name = text.substr(0, end);
+        text.remove_prefix(std::min(end + 1, text.size()));
+        if (name == "..")
+            throw Usage_Error("a path in the target may not hold \"..\"");
+        if (!name.empty() && name != ".")
+            result = join_path(result, name);
+    }
+    return result;
+}
+
+std::string join_path(std::string_view directory, std::string_view name)
+{
+    std::string result;
+    result.reserve(directory.size() + 1 + name.size());
+    result = directory;
+    if (!result.empty() && !ends_with_separator(result))
+        result += '/';
+    result += name;
+    return result;
+}
+
+std::string last_name(std::string_view path)
+{
+    const std::size_t end = path.find_last_not_of(separators);
+    if (end == std::string_view::npos)
+        return {};
+    path = path.substr(0, end + 1);
+    const std::size_t separator = path.find_last_of(separators);
+    return std::string(separator == std::string_view::npos ? path : path.substr(separator + 1));
+}
+
+std::string parent_path(std::string_view path)
+{
+    const std::size_t separator = path.rfind('/');
+    return std::string(separator == std::string_view::npos ? "" : path.substr(0, separator));
+}
+
+bool ends_with_separator(std::string_view path)
+{
+    return !path.empty() && std::string_view(separators).find(path.back()) != std::string::npos;
+}
+
+} // namespace cio

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// The rules for names and paths. Paths inside a target always use '/'.
+namespace cio
+{
+
+/// Whether a name that a target listed may be used as the name of a local file. A target is not
+/// trusted: names that are empty, "." or "..", or that hold a separator of this system or a NUL
+/// could lead out of the directory that the user named.
+[[nodiscard]] bool is_safe_entry_name(std::string_view name);
+
+/// Brings a path that the user gave into the form that targets are given: names joined by one
+/// '/', none of them empty or ".", no '/' at either end. The target's root becomes "".
+/// Throws Usage_Error when a name is "..": such a path could leave the target.
+[[nodiscard]] std::string target_path(std::string_view text);
+
+/// "dir/name"; the name alone in the root.
+[[nodiscard]] std::string join_path(std::string_view directory, std::string_view name);
+
+/// The last name of a path, trailing separators not counted; empty for a path of separators only.
+[[nodiscard]] std::string last_name(std::string_view path);
+
+/// What stands before the last name of a path in a target; "" for names in the root.
+[[nodiscard]] std::string parent_path(std::string_view path);
+
+[[nodiscard]] bool ends_with_separator(std::string_view path);
+
+} // namespace cio

@@ -1,0 +1,246 @@
+#include "cli/command.h"
+#include "cli/file_stamp.h"
+#include "cli/interrupt.h"
+#include "cli/path_rules.h"
+#include "cli/put_worker.h"
+#include "cli/worker_pool.h"
+#include "platform/runtime/directory_reader.h"
+
+#include <ace/OS_NS_errno.h>
+#include <map>
+#include <set>
+
+namespace cio
+{
+namespace
+{
+
+/// One LOCAL of the command line and where it goes.
+struct Source
+{
+    std::string local;
+    std::string remote;
+    bool contents = false; ///< a directory whose entries go directly to @c remote
+    File_Stamp stamp;
+};
+
+class Put
+{
+public:
+    Put(Transfer& transfer, unsigned jobs)
+        : transfer_(transfer), connection_(transfer.target),
+          pool_(jobs, [&transfer] { return std::make_unique<Put_Worker>(transfer); })
+    {}
+
+    void run(std::vector<Source> sources, const std::string& path);
+
+private:
+    using Listing = std::map<std::string, Partial_File, std::less<>>;
+
+    void put_one(Source& source);
+    void walk(const std::string& local, const std::string& remote);
+    void submit_file(const std::string& local, const std::string& remote, std::uint64_t size,
+                     const Listing& existing);
+    Listing list_existing(const std::string& remote);
+    void skip_link(const std::string& path);
+
+    Transfer& transfer_;
+    Connection connection_;
+    Worker_Pool<Put_Worker, Put_Job> pool_;
+};
+
+/// The names under which the sources go to the target; two of them may not be the same.
+void name_sources(std::vector<Source>& sources, const std::string& path, bool path_is_directory)
+{
+    std::set<std::string> names;
+    for (Source& source : sources) {
+        const std::string name = last_name(source.local);
+        const bool no_name = name.empty() || name == "." || name == "..";
+        source.contents = no_name || (source.stamp.kind == File_Kind::directory &&
+                                      ends_with_separator(source.local));
+        if (source.contents)
+            source.remote = path;
+        else if (source.stamp.kind == File_Kind::directory || path_is_directory)
+            source.remote = join_path(path, name);
+        else
+            source.remote = path;
+        if (!source.contents && !names.insert(source.remote).second)
+            throw Usage_Error("two sources would be stored as '" + source.remote + "'");
+    }
+}
+
+void Put::run(std::vector<Source> sources, const std::string& path)
+{
+    Failure failure;
+    Client_IO* io = connection_.open(failure);
+    if (io == nullptr)
+        return transfer_.report.error(transfer_.target.uri_text, failure);
+    const bool path_is_directory =
+        path.empty() || ends_with_separator(path) || sources.size() > 1 ||
+        io->size(target_path(path).c_str()) == Client_IO_Base::size_of_directory;
+    name_sources(sources, target_path(path), path_is_directory);
+    for (Source& source : sources) {
+        if (interrupt::requested())
+            break;
+        put_one(source);
+        // Contents of several directories may meet in one; one after the other they find what
+        // the one before stored, and never write the same file at once.
+        if (sources.size() > 1 && source.stamp.kind == File_Kind::directory)
+            pool_.wait_idle();
+    }
+    transfer_.report.all_found();
+    pool_.finish();
+}
+
+void Put::put_one(Source& source)
+{
+    switch (source.stamp.kind) {
+    case File_Kind::missing:
+        // Asked for again, for the reason.
+        (void)stamp_path(source.local.c_str(), true, source.stamp);
+        return transfer_.report.error(
+            source.local, system_failure("Failed to open local file", ACE_OS::last_error()));
+    case File_Kind::file:
+        return submit_file(source.local, source.remote, source.stamp.size,
+                           list_existing(parent_path(source.remote)));
+    case File_Kind::directory:
+        break;
+    default:
+        return transfer_.report.error(source.local,
+                                      {exit_failed, "Neither a file nor a directory"});
+    }
+    const std::optional<std::string> target = transfer_.target.local_path(source.remote);
+    if (target && is_inside(*target, source.local))
+        return transfer_.report.error(source.local,
+                                      {exit_failed, "A directory cannot be put into itself"});
+    walk(source.local, source.remote);
+}
+
+void Put::walk(const std::string& local, const std::string& remote)
+{
+    Directory_Reader reader;
+    Directory_Reader::Entry entry;
+    if (!reader.open(local.c_str(), false, 0))
+        return transfer_.report.error(
+            local, system_failure("Failed to open local directory", ACE_OS::last_error()));
+    const Listing existing = list_existing(remote);
+    std::vector<std::string> directories;
+    bool empty = true;
+    int result = 0;
+    while (!interrupt::requested() && (result = reader.read(entry)) > 0) {
+        const std::string path = join_path(local, entry.name);
+        switch (entry.mode & 0xF000U) {
+        case 0x4000U:
+            directories.push_back(entry.name);
+            break;
+        case 0x8000U:
+            submit_file(path, join_path(remote, entry.name), entry.size, existing);
+            break;
+        case 0xA000U:
+            skip_link(path);
+            continue;
+        default:
+            transfer_.report.skipped(path, "not a regular file");
+            continue;
+        }
+        empty = false;
+    }
+    if (result < 0)
+        return transfer_.report.error(
+            local, system_failure("Failed to read local directory", ACE_OS::last_error()));
+    reader.close();
+    if (empty && !remote.empty() && !interrupt::requested())
+        pool_.submit({local, remote, true, std::nullopt});
+    for (const std::string& name : directories) {
+        if (interrupt::requested())
+            return;
+        walk(join_path(local, name), join_path(remote, name));
+    }
+}
+
+void Put::submit_file(const std::string& local, const std::string& remote, std::uint64_t size,
+                      const Listing& existing)
+{
+    Put_Job job{local, remote, false, std::nullopt};
+    const auto found = existing.find(last_name(remote));
+    if (found != existing.end())
+        job.existing = found->second;
+    transfer_.report.file_found(size);
+    pool_.submit(std::move(job));
+}
+
+/// What stands in a directory of the target already. Only a resumed transfer looks.
+Put::Listing Put::list_existing(const std::string& remote)
+{
+    Listing listing;
+    Failure failure;
+    std::vector<Client_IO_Base::Directory_Entry> entries;
+    Client_IO* io = transfer_.resume ? connection_.open(failure) : nullptr;
+    if (io != nullptr && io->get_dir(remote.c_str(), entries))
+        for (Client_IO_Base::Directory_Entry& entry : entries)
+            if (!entry.is_dir)
+                listing.emplace(std::move(entry.name), Partial_File{entry.size, entry.mtime});
+    return listing;
+}
+
+void Put::skip_link(const std::string& path)
+{
+    File_Stamp stamp;
+    const bool leads_somewhere = stamp_path(path.c_str(), true, stamp);
+    transfer_.report.skipped(path, leads_somewhere
+                                       ? "a symbolic link to a directory is not followed"
+                                       : "a symbolic link that leads nowhere");
+}
+
+/// LOCAL... URI [PATH]: the URI is the last argument but one if that looks like one.
+std::size_t find_uri(const std::vector<std::string>& arguments)
+{
+    const std::size_t last = arguments.size() - 1;
+    return last >= 2 && looks_like_uri(arguments[last - 1]) ? last - 1 : last;
+}
+
+void run_put(Invocation& invocation)
+{
+    const std::vector<std::string>& arguments = invocation.arguments;
+    const std::size_t uri = find_uri(arguments);
+    const Target target = make_target(arguments[uri], invocation.options, true);
+    const std::string path = uri + 1 < arguments.size() ? arguments[uri + 1] : "";
+    (void)target_path(path); // refused before anything happens
+    Transfer transfer{target, invocation.report,
+                      invocation.overwrite || invocation.options.overwrite, invocation.resume};
+    if (uri == 1 && arguments[0] == "-") {
+        if (target_path(path).empty() || ends_with_separator(path))
+            throw Usage_Error("standard input has no name: give a PATH that names a file");
+        if (invocation.resume)
+            throw Usage_Error("standard input cannot be continued: --resume needs a file");
+        return Put_Worker(transfer).run_standard_input(target_path(path));
+    }
+    std::vector<Source> sources;
+    for (std::size_t i = 0; i < uri; ++i) {
+        Source source{arguments[i], {}, false, {}};
+        if (source.local.empty() || source.local == "-")
+            throw Usage_Error(source.local.empty() ? "the name of a source is empty"
+                                                   : "'-' (standard input) stands alone; a file "
+                                                     "of this name is ./-");
+        (void)stamp_path(source.local.c_str(), true, source.stamp);
+        sources.push_back(std::move(source));
+    }
+    Put(transfer, invocation.jobs).run(std::move(sources), path);
+}
+
+} // namespace
+
+const Command put_command = {
+    "put",
+    "LOCAL... URI [PATH]",
+    "Store files and directories (\"-\": standard input) in a target",
+    "cio put /etc /home file:///mnt/backup daily\n"
+    "  cio put --resume --jobs 8 /srv/data/ file:///mnt/backup data\n"
+    "  pg_dump shop | cio put - file:///mnt/backup shop.sql",
+    takes_overwrite | takes_resume | takes_jobs | shows_transfer,
+    2,
+    any_number,
+    run_put,
+};
+
+} // namespace cio

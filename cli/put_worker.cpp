@@ -1,0 +1,264 @@
+#include "cli/put_worker.h"
+
+#include "cli/file_stamp.h"
+#include "cli/interrupt.h"
+
+#include <ace/OS_NS_errno.h>
+#include <ace/OS_NS_unistd.h>
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+namespace cio
+{
+namespace
+{
+
+constexpr unsigned short directory_mode = 0750;
+
+std::string changed_text(std::uint64_t kept)
+{
+    return "changed while it was read (" + std::to_string(kept) + " bytes of it stay there)";
+}
+
+} // namespace
+
+void Put_Worker::run(const Put_Job& job)
+{
+    Failure failure;
+    if (interrupt::requested())
+        return;
+    try {
+        Client_IO* io = connection_.open(failure);
+        if (io == nullptr)
+            fail(job.local, failure);
+        else if (!job.directory)
+            put(*io, job);
+        else if (!io->make_dir(job.remote.c_str(), directory_mode))
+            fail(job.local, target_failure(*io));
+    } catch (const std::exception& error) {
+        fail(job.local, {exit_failed, error.what()});
+    }
+}
+
+void Put_Worker::put(Client_IO& io, const Put_Job& job)
+{
+    File_Stamp stamp;
+    if (!reader_.open(job.local.c_str(), O_RDONLY, local_file_options, share_all, false))
+        return fail(job.local, system_failure("Failed to open local file", reader_.last_error()));
+    if (!stamp_handle(reader_.handle(), stamp) || stamp.kind != File_Kind::file)
+        return fail(job.local, {exit_failed, "Not a regular file"});
+
+    const bool replacing = transfer_.overwrite || transfer_.resume;
+    const std::optional<std::string> target = transfer_.target.local_path(job.remote);
+    File_Stamp there;
+    // Opening the target would empty the source.
+    if (replacing && target && stamp_path(target->c_str(), true, there) && stamp.same_file(there))
+        return fail(job.local, {exit_failed, "Source and target are the same file"});
+
+    const std::uint64_t start = transfer_.resume && job.existing ? find_start(io, job, stamp) : 0;
+    if (start == stamp.size && start > 0) {
+        transfer_.report.already_there(start);
+        transfer_.report.item_done(true);
+        Resume_Record("put", transfer_.target, job.remote, job.local).remove();
+        return;
+    }
+    // The first block is read before the target is opened: a source that cannot be read must not
+    // cost the file that stands there.
+    if (reader_.seek(static_cast<std::int64_t>(start), SEEK_SET) < 0 || !reader_.read(data_, size_))
+        return fail(job.local, system_failure("Failed to read local file", reader_.last_error()));
+    const std::optional<Resume_Record> record =
+        stamp.size >= worth_continuing
+            ? std::optional<Resume_Record>(std::in_place, "put", transfer_.target, job.remote,
+                                           job.local)
+            : std::nullopt;
+    const bool replace_this = transfer_.overwrite || (transfer_.resume && job.existing);
+    const unsigned mode =
+        Client_IO_Base::mode_write | (replace_this ? unsigned{Client_IO_Base::mode_overwrite} : 0U);
+    if (!open_remote(io, job, mode, start))
+        return;
+    if (record)
+        record->store({stamp.size, stamp.mtime});
+    if (start > 0)
+        transfer_.report.already_there(start);
+    if (!move(io, job, stamp, start))
+        return;
+    if (record)
+        record->remove();
+    transfer_.report.item_done(true);
+}
+
+/// Where a partial file goes on, 0 = from its start.
+std::uint64_t Put_Worker::find_start(Client_IO& io, const Put_Job& job, const File_Stamp& stamp)
+{
+    std::string obstacle = obstacle_of_target(transfer_.target, job.remote);
+    if (obstacle.empty() && job.existing->size == 0)
+        return 0;
+    if (obstacle.empty())
+        obstacle = obstacle_to_continuing(
+            *job.existing, {stamp.size, stamp.mtime}, stamp.mtime_seconds(),
+            Resume_Record("put", transfer_.target, job.remote, job.local).load());
+    if (obstacle.empty() && !same_end(io, job, job.existing->size))
+        obstacle = "its end differs from its source";
+    if (obstacle.empty())
+        return job.existing->size;
+    transfer_.report.note(job.local, "starts again: " + obstacle);
+    return 0;
+}
+
+/// Whether the last bytes of the partial file are those of its source.
+bool Put_Worker::same_end(Client_IO& io, const Put_Job& job, std::uint64_t size)
+{
+    std::uint64_t at = size - std::min(size, worth_continuing);
+    if (!io.open(job.remote.c_str(), Client_IO_Base::mode_read, at, size - at))
+        return false;
+    bool same = reader_.seek(static_cast<std::int64_t>(at), SEEK_SET) >= 0;
+    size_ = 0;
+    while (same && at < size) {
+        const void* theirs = nullptr;
+        std::uint64_t length = 0;
+        same = io.read(theirs, length) && length > 0;
+        const auto* bytes = static_cast<const char*>(theirs);
+        length = std::min(length, size - at);
+        at += length;
+        while (same && length > 0) {
+            if (size_ == 0)
+                same = reader_.read(data_, size_) && size_ > 0;
+            const std::uint64_t n = std::min(length, static_cast<std::uint64_t>(size_));
+            same = same && std::memcmp(bytes, data_, n) == 0;
+            bytes += n;
+            data_ += n;
+            length -= n;
+            size_ -= static_cast<std::int64_t>(n);
+        }
+    }
+    return io.close() && same;
+}
+
+bool Put_Worker::open_remote(Client_IO& io, const Put_Job& job, unsigned mode, std::uint64_t start)
+{
+    if (io.open(job.remote.c_str(), mode, start, 0))
+        return true;
+    Failure failure = target_failure(io);
+    // Backends need not give a number for this refusal, so the target is asked.
+    if ((mode & Client_IO_Base::mode_overwrite) == 0 &&
+        io.size(job.remote.c_str()) != Client_IO_Base::size_unknown)
+        failure.code = exit_exists;
+    else if (failure.code == exit_exists)
+        failure.code = exit_failed;
+    fail(job.local, failure);
+    return false;
+}
+
+/// Moves the bytes from @p start on; the first block was read. @return false when the file failed
+/// or was interrupted, and that was told
+bool Put_Worker::move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp,
+                      std::uint64_t start)
+{
+    std::uint64_t position = start;
+    bool grew = false;
+    while (size_ > 0) {
+        const auto length = static_cast<std::uint64_t>(size_);
+        // A file that grows as fast as it is read would never end.
+        grew = length > stamp.size - position;
+        if (grew)
+            break;
+        if (!io.write(data_, length)) {
+            abandon(io, job, target_failure(io), position);
+            return false;
+        }
+        position += length;
+        transfer_.report.bytes_moved(length);
+        if (shall_stop(position, stamp.size)) {
+            const Resume_Record record("put", transfer_.target, job.remote, job.local);
+            stop(io, job.remote, position, &record);
+            return false;
+        }
+        if (!reader_.read(data_, size_)) {
+            abandon(io, job, system_failure("Failed to read local file", reader_.last_error()),
+                    position);
+            return false;
+        }
+    }
+    File_Stamp now;
+    const bool changed = grew || position != stamp.size || !stamp_handle(reader_.handle(), now) ||
+                         now.mtime != stamp.mtime || now.size != stamp.size;
+    if (!io.close()) {
+        abandon(io, job, target_failure(io), position);
+        return false;
+    }
+    if (changed)
+        fail(job.local, {exit_failed, changed_text(position)});
+    return !changed;
+}
+
+/// Removes an unfinished file; never a device that stands in a target on this machine.
+bool Put_Worker::remove_unfinished(Client_IO& io, const std::string& remote)
+{
+    const std::optional<std::string> local = transfer_.target.local_path(remote);
+    File_Stamp stamp;
+    if (local && (!stamp_path(local->c_str(), false, stamp) || stamp.kind != File_Kind::file))
+        return false;
+    return io.remove(remote.c_str());
+}
+
+/// Ends an interrupted file: the first one stays as it is and is named, others are removed.
+void Put_Worker::stop(Client_IO& io, const std::string& remote, std::uint64_t position,
+                      const Resume_Record* record)
+{
+    (void)io.close();
+    if (!transfer_.partial_claimed.test_and_set())
+        return transfer_.report.partial(remote, position);
+    (void)remove_unfinished(io, remote);
+    if (record != nullptr)
+        record->remove();
+}
+
+/// Ends a failed file. What is too little to be continued is removed.
+void Put_Worker::abandon(Client_IO& io, const Put_Job& job, Failure failure, std::uint64_t position)
+{
+    if (io.is_open())
+        (void)io.close();
+    if (position < worth_continuing && remove_unfinished(io, job.remote))
+        Resume_Record("put", transfer_.target, job.remote, job.local).remove();
+    else
+        failure.text += " (" + std::to_string(position) + " bytes of it stay there)";
+    fail(job.local, failure);
+}
+
+void Put_Worker::run_standard_input(const std::string& remote)
+{
+    const Put_Job job{"-", remote, false, std::nullopt};
+    Failure failure;
+    Client_IO* io = connection_.open(failure);
+    if (io == nullptr)
+        return fail(remote, failure);
+    const unsigned mode = Client_IO_Base::mode_write |
+                          (transfer_.overwrite ? unsigned{Client_IO_Base::mode_overwrite} : 0U);
+    if (!open_remote(*io, job, mode, 0))
+        return;
+    std::array<char, 65536> block;
+    std::uint64_t position = 0;
+    for (;;) {
+        if (!interrupt::wait_for_input(ACE_STDIN))
+            return stop(*io, remote, position, nullptr);
+        const ssize_t length = ACE_OS::read(ACE_STDIN, block.data(), block.size());
+        if (length < 0 && ACE_OS::last_error() == EINTR)
+            continue;
+        if (length < 0)
+            return abandon(*io, job, system_failure("Failed to read", ACE_OS::last_error()),
+                           position);
+        if (length == 0)
+            break;
+        if (!io->write(block.data(), static_cast<std::uint64_t>(length)))
+            return abandon(*io, job, target_failure(*io), position);
+        position += static_cast<std::uint64_t>(length);
+        transfer_.report.bytes_moved(static_cast<std::uint64_t>(length));
+    }
+    if (!io->close())
+        return abandon(*io, job, target_failure(*io), position);
+    transfer_.report.item_done(true);
+}
+
+} // namespace cio

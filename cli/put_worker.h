@@ -1,0 +1,53 @@
+#pragma once
+
+#include "cli/file_stamp.h"
+#include "cli/resume.h"
+#include "cli/transfer.h"
+
+namespace cio
+{
+
+/// One file (or empty directory) to store.
+struct Put_Job
+{
+    std::string local;
+    std::string remote;
+    bool directory = false;
+    std::optional<Partial_File> existing; ///< what a resumed transfer found at the target
+
+    std::size_t weight() const { return local.size() + remote.size(); }
+};
+
+/// Stores local files in a target, over a connection of its own.
+class Put_Worker
+{
+public:
+    explicit Put_Worker(Transfer& transfer) : transfer_(transfer), connection_(transfer.target) {}
+
+    void run(const Put_Job& job);
+    /// Stores what standard input brings.
+    void run_standard_input(const std::string& remote);
+
+private:
+    void put(Client_IO& io, const Put_Job& job);
+    std::uint64_t find_start(Client_IO& io, const Put_Job& job, const File_Stamp& stamp);
+    bool same_end(Client_IO& io, const Put_Job& job, std::uint64_t size);
+    bool open_remote(Client_IO& io, const Put_Job& job, unsigned mode, std::uint64_t start);
+    bool move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp, std::uint64_t start);
+    bool remove_unfinished(Client_IO& io, const std::string& remote);
+    void stop(Client_IO& io, const std::string& remote, std::uint64_t position,
+              const Resume_Record* record);
+    void abandon(Client_IO& io, const Put_Job& job, Failure failure, std::uint64_t position);
+    void fail(const std::string& path, const Failure& failure)
+    {
+        transfer_.report.error(path, failure);
+    }
+
+    Transfer& transfer_;
+    Connection connection_;
+    File_Reader reader_;
+    char* data_ = nullptr; // the block that was read last
+    std::int64_t size_ = 0;
+};
+
+} // namespace cio

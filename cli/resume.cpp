@@ -1,0 +1,144 @@
+#include "cli/resume.h"
+
+#include "cli/path_rules.h"
+#include "platform/json/json_value.h"
+#include "platform/runtime/fixed_block_file.h"
+#include "platform/runtime/path.h"
+
+#include <ace/OS_NS_stdio.h>
+#include <ace/OS_NS_stdlib.h>
+#include <ace/OS_NS_unistd.h>
+#include <ace/os_include/os_limits.h>
+#include <array>
+#include <string_view>
+
+namespace cio
+{
+namespace
+{
+
+constexpr unsigned short private_directory = 0700;
+constexpr std::uint64_t largest_record = 4096;
+
+// FNV-1a with its published offset basis and prime.
+std::uint64_t hash(std::string_view text, std::uint64_t seed)
+{
+    std::uint64_t value = 14695981039346656037U ^ seed;
+    for (const char c : text) {
+        value ^= static_cast<unsigned char>(c);
+        value *= 1099511628211U;
+    }
+    return value;
+}
+
+std::string hexadecimal(std::uint64_t value)
+{
+    std::string text(16, '0');
+    for (std::size_t i = text.size(); i > 0; value >>= 4U)
+        text[--i] = "0123456789abcdef"[value & 15U];
+    return text;
+}
+
+std::string state_directory()
+{
+    if (const char* state = ACE_OS::getenv("XDG_STATE_HOME"); state != nullptr && *state != '\0')
+        return join_path(state, "cio");
+    if (const char* home = ACE_OS::getenv("HOME"); home != nullptr && *home != '\0')
+        return join_path(home, ".local/state/cio");
+    return {};
+}
+
+std::string absolute(const std::string& path)
+{
+    std::array<char, PATH_MAX + 1> resolved{};
+    if (ACE_OS::realpath(path.c_str(), resolved.data()) != nullptr)
+        return resolved.data();
+    // A file that does not exist yet: its directory does.
+    const std::string directory = parent_path(path);
+    const bool found =
+        ACE_OS::realpath(directory.empty() ? "." : directory.c_str(), resolved.data()) != nullptr;
+    return found ? join_path(resolved.data(), last_name(path)) : path;
+}
+
+} // namespace
+
+Resume_Record::Resume_Record(const char* direction, const Target& target, const std::string& remote,
+                             const std::string& local)
+{
+    const std::string directory = state_directory();
+    if (directory.empty())
+        return;
+    std::string key;
+    for (const std::string& part :
+         {std::string(direction), target.uri_text, remote, absolute(local)})
+        key += part + '\0';
+    path_ = join_path(directory, hexadecimal(hash(key, 0)) + hexadecimal(hash(key, key.size())));
+    path_ += ".json";
+}
+
+std::optional<Source_Version> Resume_Record::load() const
+{
+    File_Reader reader;
+    char* data = nullptr;
+    std::int64_t size = 0;
+    json_spirit::Value document;
+    Source_Version version;
+    const bool read =
+        !path_.empty() && reader.open(path_.c_str(), O_RDONLY, File_Options{}, 7, false) &&
+        reader.read(data, size) && size > 0 && static_cast<std::uint64_t>(size) <= largest_record &&
+        loads_json(std::string(data, static_cast<std::size_t>(size)), document) &&
+        document.is_object();
+    if (!read)
+        return std::nullopt;
+    const auto& object = document.get_ref<const json_spirit::Object&>();
+    if (!json_spirit::object_get(object, "size", version.size) ||
+        !json_spirit::object_get(object, "mtime", version.mtime))
+        return std::nullopt;
+    return version;
+}
+
+void Resume_Record::store(const Source_Version& version) const
+{
+    if (path_.empty() || mkdir_p(parent_path(path_).c_str(), private_directory, {}) != 0)
+        return;
+    const std::string text =
+        JSON_Dump(json_spirit::Object{{"size", version.size}, {"mtime", version.mtime}}, false);
+    // A record that is only half written must never be read.
+    const std::string temporary = path_ + ".new";
+    File_Writer writer;
+    const bool written =
+        writer.open(temporary.c_str(), O_CREAT | O_TRUNC, true, 7, File_Options{}) &&
+        writer.write(text.data(), text.size(), nullptr) && writer.close();
+    if (!written || ACE_OS::rename(temporary.c_str(), path_.c_str()) != 0)
+        (void)ACE_OS::unlink(temporary.c_str());
+}
+
+void Resume_Record::remove() const
+{
+    if (!path_.empty())
+        (void)ACE_OS::unlink(path_.c_str());
+}
+
+std::string obstacle_to_continuing(const Partial_File& partial, const Source_Version& source,
+                                   std::int64_t source_seconds,
+                                   const std::optional<Source_Version>& record)
+{
+    if (partial.size > source.size)
+        return "it is longer than its source";
+    if (record && *record != source)
+        return "its source has changed";
+    if (!record && partial.mtime < source_seconds)
+        return "its source is newer";
+    return {};
+}
+
+std::string obstacle_of_target(const Target& target, const std::string& remote)
+{
+    if (!target.transforms(remote))
+        return {};
+    return target.options.encryption_algorithm != ENCRYPTION_NONE
+               ? "an encrypted file cannot be continued"
+               : "a compressed file cannot be continued";
+}
+
+} // namespace cio

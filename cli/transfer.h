@@ -1,0 +1,42 @@
+#pragma once
+
+#include "cli/connection.h"
+#include "cli/reporter.h"
+#include "platform/runtime/fixed_block_file.h"
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace cio
+{
+
+/// Local files are moved in blocks that the target takes without copying, and leave the page
+/// cache to others.
+inline constexpr File_Options local_file_options{65536, 33554432, true, 1, 33554432};
+
+/// Sharing of local files on Windows: others may read, write and delete them meanwhile.
+inline constexpr int share_all = 7;
+
+/// What all the workers of one put or get share.
+struct Transfer
+{
+    const Target& target;
+    Reporter& report;
+    bool overwrite; ///< the flag or the connection's option
+    bool resume;
+    /// An interruption leaves one partial file at most: the worker that sets this first.
+    std::atomic_flag partial_claimed = ATOMIC_FLAG_INIT;
+};
+
+/// Whether an interrupted transfer shall stop here.
+/// @param size  of the whole file, size_unknown when it is not known. A transfer that is nearly
+///              done is finished rather than thrown away.
+[[nodiscard]] bool shall_stop(std::uint64_t position, std::uint64_t size);
+
+/// Whether @p first is @p second or lies inside it; both local directories, by their real paths.
+/// A path that does not exist yet is judged by the nearest directory that does.
+[[nodiscard]] bool is_inside(const std::string& first, const std::string& second);
+
+} // namespace cio

@@ -1,0 +1,77 @@
+#include "cli/worker_pool.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <set>
+
+namespace
+{
+
+struct Job
+{
+    int number = 0;
+    std::size_t weight() const { return 100; }
+};
+
+struct Counts
+{
+    std::atomic<unsigned> workers{0};
+    std::atomic<unsigned> done{0};
+    std::mutex mutex;
+    std::set<int> numbers;
+};
+
+struct Worker
+{
+    explicit Worker(Counts& c) : counts(c) { ++counts.workers; }
+    void run(const Job& job)
+    {
+        const std::lock_guard lock(counts.mutex);
+        counts.numbers.insert(job.number);
+        ++counts.done;
+    }
+    Counts& counts;
+};
+
+using Pool = cio::Worker_Pool<Worker, Job>;
+
+} // namespace
+
+TEST(Worker_Pool, EveryJobIsDoneOnceThoughTheQueueIsBounded)
+{
+    constexpr int jobs = 100'000; // more than the queue holds
+    Counts counts;
+    Pool pool(4, [&counts] { return std::make_unique<Worker>(counts); });
+    for (int i = 0; i < jobs; ++i)
+        pool.submit({i});
+    pool.finish();
+    EXPECT_EQ(counts.done, static_cast<unsigned>(jobs));
+    EXPECT_EQ(counts.numbers.size(), static_cast<std::size_t>(jobs));
+    EXPECT_LE(counts.workers, 4U);
+}
+
+TEST(Worker_Pool, OneJobTakesOneWorkerAndNoneTakesNone)
+{
+    Counts counts;
+    {
+        Pool pool(8, [&counts] { return std::make_unique<Worker>(counts); });
+    }
+    EXPECT_EQ(counts.workers, 0U);
+    Pool pool(8, [&counts] { return std::make_unique<Worker>(counts); });
+    pool.submit({1});
+    pool.finish();
+    EXPECT_EQ(counts.workers, 1U);
+    EXPECT_EQ(counts.done, 1U);
+}
+
+TEST(Worker_Pool, WaitingForIdleSeesEverythingDone)
+{
+    Counts counts;
+    Pool pool(3, [&counts] { return std::make_unique<Worker>(counts); });
+    for (unsigned round = 1; round <= 50; ++round) {
+        for (int i = 0; i < 20; ++i)
+            pool.submit({i});
+        pool.wait_idle();
+        EXPECT_EQ(counts.done, round * 20);
+    }
+}

@@ -1,0 +1,101 @@
+#include "tests/conformance/member.h"
+
+#include <algorithm>
+
+namespace
+{
+
+const std::vector<std::string> odd_names = {
+    "with space",
+    " leading and trailing ",
+    "percent%20sign",
+    "100%",
+    "%s%n%d",
+    "quote's",
+    "double\"quote",
+    "back`tick$(x)",
+    "plus+and&amp;=?#;",
+    "~tilde",
+    "-dash",
+    ".hidden",
+    "..two dots",
+    "comma,semicolon;",
+    "[brackets]{braces}",
+    "\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F",                 // äöüß
+    "\xE5\xA4\x87\xE4\xBB\xBD\xE6\x95\xB0\xE6\x8D\xAE", // 备份数据
+    "\xF0\x9F\x92\xBE.img",                             // a floppy disk
+    std::string(200, 'n'),
+};
+
+class Names : public Conformance
+{};
+
+INSTANTIATE_TEST_SUITE_P(Of, Names, testing::ValuesIn(members()), member_name);
+
+TEST_P(Names, OddFileNamesAreKeptExactly)
+{
+    std::vector<std::string> expected;
+    for (const std::string& name : odd_names) {
+        store(name, "contents of " + name);
+        expected.push_back(name);
+    }
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(names(""), expected);
+    for (const std::string& name : odd_names) {
+        EXPECT_EQ(stored(name), "contents of " + name) << name;
+        EXPECT_EQ(stored_size(name), 12 + name.size()) << name;
+    }
+}
+
+TEST_P(Names, OddDirectoryNamesAreKeptExactly)
+{
+    std::vector<std::string> expected;
+    for (const std::string& name : odd_names) {
+        ASSERT_TRUE(io_->make_dir(name.c_str(), 0750)) << name << ": " << io_->error();
+        store(name + "/file", name);
+        EXPECT_EQ(names(name), std::vector<std::string>{"file"}) << name;
+        EXPECT_EQ(stored(name + "/file"), name);
+        expected.push_back(name + '/');
+    }
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(names(""), expected);
+}
+
+TEST_P(Names, OddNamesCanBeCopiedRenamedTruncatedAndRemoved)
+{
+    for (const std::string& name : odd_names) {
+        store("plain", "12345");
+        const char* odd = name.c_str();
+        EXPECT_TRUE(io_->copy("plain", odd, false)) << name << ": " << io_->error();
+        EXPECT_TRUE(io_->truncate(odd, 3)) << name << ": " << io_->error();
+        EXPECT_TRUE(io_->rename(odd, "back", true)) << name << ": " << io_->error();
+        EXPECT_EQ(stored("back"), "123") << name;
+        EXPECT_TRUE(io_->rename("back", odd, false)) << name << ": " << io_->error();
+        EXPECT_TRUE(io_->remove(odd)) << name << ": " << io_->error();
+        EXPECT_EQ(names(""), std::vector<std::string>{"plain"}) << name;
+    }
+}
+
+TEST_P(Names, OfDifferentCaseAreDifferentFiles)
+{
+    store("name", "lower");
+    store("NAME", "upper");
+    EXPECT_EQ(stored("name"), "lower");
+    EXPECT_EQ(stored("NAME"), "upper");
+}
+
+TEST_P(Names, ThatAreTooLongAreRefusedWithAText)
+{
+    if (GetParam().name.starts_with("Memory")) {
+        // Memory sets no limit: such a name is stored like any other.
+        store(std::string(300, 'x'), "data");
+        EXPECT_EQ(stored(std::string(300, 'x')), "data");
+        return;
+    }
+    EXPECT_FALSE(io_->open(std::string(300, 'x').c_str(), Client_IO_Base::mode_write, 0, 0));
+    EXPECT_EQ(io_->errnum(), ENAMETOOLONG);
+    EXPECT_FALSE(io_->error().empty());
+    EXPECT_TRUE(names("").empty());
+}
+
+} // namespace

@@ -1,0 +1,46 @@
+#include "tests/support/temp_directory.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <random>
+
+namespace fs = std::filesystem;
+
+Temp_Directory::Temp_Directory()
+{
+    std::random_device random;
+    do
+        path_ = fs::temp_directory_path() / ("client_io_test_" + std::to_string(random()));
+    while (!fs::create_directory(path_));
+}
+
+Temp_Directory::~Temp_Directory()
+{
+    std::error_code error;
+    fs::remove_all(path_, error);
+}
+
+std::string read_local(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    EXPECT_TRUE(in.is_open()) << path;
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void write_local(const std::string& path, const std::string& data)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(data.data(), static_cast<std::streamsize>(data.size()));
+    out.close();
+    EXPECT_TRUE(out.good()) << path;
+}
+
+std::string sample_bytes(std::size_t size)
+{
+    std::mt19937 random(20);
+    std::string data(size, '\0');
+    for (char& c : data)
+        c = static_cast<char>(random() >> 24U);
+    return data;
+}
