@@ -26,6 +26,8 @@ constexpr std::array commands = {
 
 constexpr unsigned most_jobs = 64;
 
+constexpr const char* about = "Stores files in backup targets of every kind, and brings them back.";
+
 constexpr const char* exit_code_help =
     "Exit codes:\n"
     "  0 done   1 failed   2 usage   3 not found   4 exists already\n"
@@ -54,12 +56,15 @@ std::vector<std::string> guarded_arguments(int argc, const char* const* argv)
     bool only_values = false;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
+        if (argument == "--" && !only_values) {
+            only_values = true; // what follows is guarded, so the parser needs no mark
+            continue;
+        }
         const bool is_option = !only_values && argument.size() > 1 && argument[0] == '-';
         // The first argument that is no option is the command's name.
         const bool is_command =
             std::none_of(arguments.begin(), arguments.end(),
                          [](const std::string& before) { return before[0] != '-'; });
-        only_values = only_values || argument == "--";
         arguments.push_back(is_option || is_command ? argument : guard + argument);
     }
     std::reverse(arguments.begin(), arguments.end());
@@ -189,15 +194,20 @@ void build(CLI::App& app, Parsed& parsed)
         throw Usage_Error(given.empty() ? "a command is missing (see cio --help)"
                                         : "unknown option '" + given + "' (see cio --help)");
     std::vector<std::string_view> names;
+    names.reserve(commands.size());
     for (const Command* command : commands)
         names.emplace_back(command->name);
     throw Usage_Error("unknown command '" + given + "', did you mean '" +
                       std::string(nearest_name(given, names)) + "'?");
 }
 
-int show_help(CLI::App& app, const std::vector<std::string>& topics, Output& out)
+int show_help(const std::vector<std::string>& topics, Output& out)
 {
     const std::string topic = topics.empty() ? "" : topics.front();
+    // One of its own: a parser that has met a command shows that command's help only.
+    Parsed unused;
+    CLI::App app(about, "cio");
+    build(app, unused);
     if (topic.empty()) {
         out.write(app.help());
     } else if (topic == "options") {
@@ -247,14 +257,13 @@ int carry_out(const Parsed& parsed, Output& out, Output& messages)
 int parse_and_run(int argc, const char* const* argv, Output& out, Output& messages)
 {
     Parsed parsed;
-    CLI::App app("Stores files in backup targets of every kind, and brings them back.", "cio");
+    CLI::App app(about, "cio");
     build(app, parsed);
     try {
         app.parse(guarded_arguments(argc, argv));
     } catch (const CLI::CallForHelp&) {
         const auto chosen = app.get_subcommands();
-        return show_help(app,
-                         chosen.empty() ? std::vector<std::string>()
+        return show_help(chosen.empty() ? std::vector<std::string>()
                                         : std::vector<std::string>{chosen.front()->get_name()},
                          out);
     } catch (const CLI::CallForVersion& version) {
@@ -268,7 +277,7 @@ int parse_and_run(int argc, const char* const* argv, Output& out, Output& messag
                           " --help)");
     }
     if (parsed.command == nullptr)
-        return show_help(app, parsed.arguments, out);
+        return show_help(parsed.arguments, out);
     return carry_out(parsed, out, messages);
 }
 

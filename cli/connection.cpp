@@ -26,9 +26,9 @@ std::optional<std::string> Target::local_path(const std::string& path) const
     return path.empty() ? uri.path(false) : join_path(uri.path(false), path);
 }
 
-Target make_target(const std::string& uri_text, Client_IO_Base::Options options, bool create)
+Target make_target(const std::string& uri_text, const Client_IO_Base::Options& options, bool create)
 {
-    Target target{uri_text, {}, std::move(options), create};
+    Target target{uri_text, {}, options, create};
     if (!URI_Parser::parse(uri_text.c_str(), target.uri) || target.uri.path(false).empty())
         throw Usage_Error(uri_text + ": Invalid URI");
     const std::string host = target.uri.host(false);

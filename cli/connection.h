@@ -26,8 +26,8 @@ struct Target
 
 /// Reads the URI of a target. Throws Usage_Error when it cannot be one ("Invalid URI") or names
 /// local files of another machine.
-[[nodiscard]] Target make_target(const std::string& uri_text, Client_IO_Base::Options options,
-                                 bool create);
+[[nodiscard]] Target make_target(const std::string& uri_text,
+                                 const Client_IO_Base::Options& options, bool create);
 
 /// One connection to a target, established when it is first needed. One object serves one thread.
 class Connection

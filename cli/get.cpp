@@ -81,14 +81,20 @@ void Get::get_one(Client_IO& io, const std::string& path, const std::string& loc
 {
     const std::string remote = target_path(path);
     const std::string name = last_name(remote);
-    Failure failure;
-    const auto entry = find_entry(io, remote, failure);
-    if (!entry)
-        return transfer_.report.error(path, failure);
-    // The listing shows a link to a directory as what it is not: a file.
-    const bool is_directory =
-        entry->is_dir || io.size(remote.c_str()) == Client_IO_Base::size_of_directory;
-    if (!is_directory)
+    const std::uint64_t size =
+        remote.empty() ? Client_IO_Base::size_of_directory : io.size(remote.c_str());
+    std::optional<Client_IO_Base::Directory_Entry> entry(std::in_place);
+    entry->size = size;
+    // The time is only needed for what may be continued one day, and asking for it means listing a
+    // whole directory.
+    if (size != Client_IO_Base::size_of_directory && (transfer_.resume || size >= worth_continuing))
+    {
+        Failure failure;
+        entry = find_entry(io, remote, failure);
+        if (!entry)
+            return transfer_.report.error(path, failure);
+    }
+    if (size != Client_IO_Base::size_of_directory && !entry->is_dir)
         return get_named_file(remote, local_is_directory ? join_path(local, name) : local, *entry);
     const bool contents = remote.empty() || ends_with_separator(path);
     const std::string destination = contents ? local : join_path(local, name);

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <iterator>
 #include <poll.h>
 #include <unistd.h>
 
@@ -20,18 +19,15 @@ static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler needs 
 // between the look at the flag and the wait.
 int wake[2] = {-1, -1};
 
-constexpr int signals[] = {SIGINT, SIGTERM};
-bool taken_over[] = {false, false}; // written before the first signal can come
-
-void handle(int /*signal_number*/)
+void handle(int signal_number)
 {
     const int saved = errno;
-    asked.store(true, std::memory_order_relaxed);
+    if (asked.exchange(true, std::memory_order_relaxed)) {
+        // The second one does what it does without this program's doing: end it.
+        (void)::signal(signal_number, SIG_DFL);
+        (void)::raise(signal_number);
+    }
     [[maybe_unused]] const ssize_t written = ::write(wake[1], "", 1);
-    // The next one does what it does without this program's doing: end it.
-    for (std::size_t i = 0; i < std::size(signals); ++i)
-        if (taken_over[i])
-            (void)::signal(signals[i], SIG_DFL);
     errno = saved;
 }
 
@@ -49,13 +45,11 @@ void install()
     ::sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
     action.sa_handler = handle;
-    for (std::size_t i = 0; i < std::size(signals); ++i) {
+    for (const int signal_number : {SIGINT, SIGTERM}) {
         // A shell starts background programs with the signal ignored, and that has to stay.
         struct sigaction before = {};
-        taken_over[i] =
-            ::sigaction(signals[i], nullptr, &before) == 0 && before.sa_handler != SIG_IGN;
-        if (taken_over[i])
-            (void)::sigaction(signals[i], &action, nullptr);
+        if (::sigaction(signal_number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
+            (void)::sigaction(signal_number, &action, nullptr);
     }
     // A closed pipe on standard output shall be a failed write, not a silent end.
     (void)::signal(SIGPIPE, SIG_IGN);

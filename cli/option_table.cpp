@@ -49,10 +49,9 @@ constexpr Option_Row rows[] = {
     {"forward", Type::boolean, "asks the target to pass the data on"},
     {"max_bytes_per_second", Type::uint64, "bandwidth limit, 0 = none"},
     {"rate_control", Type::rate_control,
-     "limits for periods of the day: [{\"start_time\":S,\"end_time\":S,"
-     "\"max_bytes_per_second\":N}, ...]"},
+     R"(limits for periods of the day: [{"start_time":S,"end_time":S,"max_bytes_per_second":N}, ...])"},
     {"compression", Type::compression, "none, auto, lzop or zstd"},
-    {"compression_level", Type::int32, "level of the method (read beside \"compression\")"},
+    {"compression_level", Type::int32, "level of the method (needs compression)"},
     {"encryption", Type::encryption, "cipher, by its OpenSSL name such as aes-256-cbc"},
     {"key", Type::key, "encryption key, base64 (better: CIO_ENCRYPTION_KEY)"},
     {"iv", Type::iv, "initialization vector, base64 (better: CIO_ENCRYPTION_IV)"},
@@ -64,7 +63,7 @@ constexpr Option_Row rows[] = {
     {"preferred_source_address", Type::text, "local address that connections start from"},
     {"d2t_access_mode", Type::int32, "access mode of a tape service"},
     {"node_addrs", Type::node_addrs,
-     "addresses of a dedup store's nodes: [{\"node_id\":N,\"address\":\"A\"}, ...]"},
+     R"(addresses of a dedup store's nodes: [{"node_id":N,"address":"A"}, ...])"},
     {"extra_opts", Type::text_object, "further options by name; also as extra_opts.NAME=VALUE"},
 };
 

@@ -145,7 +145,7 @@ std::string format_bytes(std::uint64_t bytes)
     std::size_t unit = 0;
     std::uint64_t rest = bytes;
     // Tenths of the next unit are kept, so stop while one more division would lose them.
-    while (rest >= 1024 * 1024) {
+    while (rest >= 1ULL << 20U) {
         rest /= 1024;
         ++unit;
     }

@@ -41,12 +41,15 @@ private:
     void walk(const std::string& local, const std::string& remote);
     void submit_file(const std::string& local, const std::string& remote, std::uint64_t size,
                      const Listing& existing);
+    const Listing& listing_of_parent(const std::string& remote);
     Listing list_existing(const std::string& remote);
     void skip_link(const std::string& path);
 
     Transfer& transfer_;
     Connection connection_;
     Worker_Pool<Put_Worker, Put_Job> pool_;
+    std::optional<std::string> listed_; // directory of the target that listing_ shows
+    Listing listing_;
 };
 
 /// The names under which the sources go to the target; two of them may not be the same.
@@ -58,12 +61,8 @@ void name_sources(std::vector<Source>& sources, const std::string& path, bool pa
         const bool no_name = name.empty() || name == "." || name == "..";
         source.contents = no_name || (source.stamp.kind == File_Kind::directory &&
                                       ends_with_separator(source.local));
-        if (source.contents)
-            source.remote = path;
-        else if (source.stamp.kind == File_Kind::directory || path_is_directory)
-            source.remote = join_path(path, name);
-        else
-            source.remote = path;
+        const bool below = source.stamp.kind == File_Kind::directory || path_is_directory;
+        source.remote = below && !source.contents ? join_path(path, name) : path;
         if (!source.contents && !names.insert(source.remote).second)
             throw Usage_Error("two sources would be stored as '" + source.remote + "'");
     }
@@ -102,7 +101,7 @@ void Put::put_one(Source& source)
             source.local, system_failure("Failed to open local file", ACE_OS::last_error()));
     case File_Kind::file:
         return submit_file(source.local, source.remote, source.stamp.size,
-                           list_existing(parent_path(source.remote)));
+                           listing_of_parent(source.remote));
     case File_Kind::directory:
         break;
     default:
@@ -167,6 +166,17 @@ void Put::submit_file(const std::string& local, const std::string& remote, std::
         job.existing = found->second;
     transfer_.report.file_found(size);
     pool_.submit(std::move(job));
+}
+
+/// The same directory is asked for again and again when many files are named.
+const Put::Listing& Put::listing_of_parent(const std::string& remote)
+{
+    const std::string parent = parent_path(remote);
+    if (listed_ != parent) {
+        listing_ = list_existing(parent);
+        listed_ = parent;
+    }
+    return listing_;
 }
 
 /// What stands in a directory of the target already. Only a resumed transfer looks.

@@ -337,6 +337,9 @@ bool File_IO::rename(const char* src, const char* dst, bool overwrite)
 
 std::string File_IO::full_path(const char* path) const
 {
+    // Without a base directory a relative path names nothing, and the system says so.
+    if (root_.empty())
+        return {};
     std::string relative = path;
     use_separator(relative);
     std::string full = root_;

@@ -4,10 +4,13 @@
 #include <utility>
 #include <vector>
 
+/// Stands in an exit code for the end by a signal, whose number is added.
+constexpr int ended_by_signal = 1000;
+
 /// What a finished run of the program left.
 struct Cio_Result
 {
-    int code = -1; ///< exit code; 128 + number when a signal ended it
+    int code = -1; ///< exit code, or ended_by_signal + number
     std::string out;
     std::string err;
 };
@@ -43,6 +46,8 @@ public:
     bool wait_for_output(const std::string& text);
     /// Reads so many bytes of its standard output. @return false when it ended before
     bool read_output(std::size_t size);
+    /// Waits until so many bytes of output wait to be read.
+    void wait_until_output_waits(int size);
     void close_output();
     void send_signal(int number);
     /// Waits for its end without reading what it writes. @return the exit code

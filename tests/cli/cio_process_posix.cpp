@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -124,6 +126,13 @@ bool Cio_Process::read_output(std::size_t size)
     return true;
 }
 
+void Cio_Process::wait_until_output_waits(int size)
+{
+    int waiting = 0;
+    while (::ioctl(out_, FIONREAD, &waiting) == 0 && waiting < size)
+        ::sched_yield();
+}
+
 void Cio_Process::close_output()
 {
     close_end(out_);
@@ -161,7 +170,7 @@ int Cio_Process::wait_for_end()
     int status = 0;
     ::waitpid(pid_, &status, 0);
     pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : ended_by_signal + WTERMSIG(status);
 }
 
 Cio_Result run_cio(const std::vector<std::string>& arguments, const Cio_Settings& settings)

@@ -11,7 +11,7 @@ class Small_Disk
 public:
     /// Mounts one. When mounting is refused the calling test fails and NULL is returned, unless
     /// CLIENT_IO_TESTS_WITHOUT_MOUNT is set in the environment: then the test's name is printed
-    /// as left out.
+    /// as left out, and the test is to skip.
     static std::unique_ptr<Small_Disk> mount(std::uint64_t bytes);
     ~Small_Disk();
     Small_Disk(const Small_Disk&) = delete;

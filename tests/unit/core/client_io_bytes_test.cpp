@@ -1,3 +1,4 @@
+#include "tests/support/log_capture.h"
 #include "tests/support/open_facade.h"
 
 #include <gtest/gtest.h>
@@ -29,6 +30,7 @@ TEST_F(Facade_Bytes, AReadOfNoBytesFailsAndLeavesThePosition)
 {
     ASSERT_TRUE(open(1, 100));
     log_.blocks = {"data"};
+    const Log_Capture capture;
     EXPECT_EQ(io_.read(buffer_, 0), -1);
     EXPECT_EQ(io_.tell(), 100);
     EXPECT_EQ(log_.count("read"), 0U);

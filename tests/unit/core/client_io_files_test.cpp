@@ -1,3 +1,4 @@
+#include "tests/support/log_capture.h"
 #include "tests/support/open_facade.h"
 #include "tests/support/temp_directory.h"
 
@@ -101,6 +102,16 @@ TEST_F(File_Level, GetFileWithAppendOfACompleteLocalFileChangesNothing)
     EXPECT_TRUE(io_.get_file("a", (local_ / "b").c_str(), O_APPEND, 0, count())) << io_.error();
     EXPECT_EQ(read_local(local_ / "b"), "contents");
     EXPECT_TRUE(steps_.empty());
+}
+
+TEST_F(File_Level, GetFileWithAppendOfALocalFileLongerThanTheRemoteOneFailsAndKeepsIt)
+{
+    write_local(remote_ / "a", "short");
+    write_local(local_ / "b", "not its beginning");
+    EXPECT_FALSE(io_.get_file("a", (local_ / "b").c_str(), O_APPEND, 0, count()));
+    EXPECT_EQ(io_.error(), "Invalid offset");
+    EXPECT_FALSE(io_.is_open());
+    EXPECT_EQ(read_local(local_ / "b"), "not its beginning");
 }
 
 TEST(File_Level_Calls, GetFileWithAppendOfAMissingLocalFileStartsFromZero)
@@ -437,8 +448,10 @@ TEST(File_Level_Calls, AnEmptyPathIsForwardedByGetDirOnly)
     std::vector<Client_IO_Base::Directory_Entry> entries;
     EXPECT_TRUE(facade.io.get_dir("", entries));
     EXPECT_EQ(facade.log->count("get_dir(, "), 1U);
+    const Log_Capture capture;
     EXPECT_FALSE(facade.io.remove(""));
     EXPECT_EQ(facade.log->count("remove("), 0U);
+    EXPECT_EQ(capture.messages().size(), 1U);
 }
 
 TEST(File_Level_Calls, PathOperationsHandTheirArgumentsDownAndTheResultBack)

@@ -184,7 +184,7 @@ TEST_F(Random_File, HoldsWhatTheModelHoldsAfterEveryOperation)
 {
     ASSERT_TRUE(io_.open("file", Client_IO_Base::mode_write, 0, 0));
     ASSERT_TRUE(io_.close());
-    for (int round = 0; round < 1500 && !HasFailure(); ++round) {
+    for (int round = 0; round < 600 && !HasFailure(); ++round) {
         SCOPED_TRACE("CLIENT_IO_SEED=" + std::to_string(seed_) + ", round " +
                      std::to_string(round));
         switch (number(7)) {

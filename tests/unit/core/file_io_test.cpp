@@ -95,6 +95,18 @@ TEST(File_IO_Connect, ToAFileFailsAndStaysUnconnected)
     EXPECT_EQ(read_local(directory / "file"), "kept");
 }
 
+TEST(File_IO_Connect, WithoutAConnectionNoPathReachesTheFileSystem)
+{
+    const Temp_Directory outside;
+    write_local(outside / "kept", "data");
+    File_IO io;
+    EXPECT_EQ(io.size((outside / "kept").c_str()), Client_IO_Base::size_unknown);
+    EXPECT_FALSE(io.truncate((outside / "kept").c_str(), 0));
+    EXPECT_FALSE(io.open((outside / "kept").c_str(), 0x102, 0, 0));
+    static_cast<void>(io.remove((outside / "kept").c_str()));
+    EXPECT_EQ(read_local(outside / "kept"), "data");
+}
+
 TEST(File_IO_Connect, AgainUsesTheNewDirectoryAndItsOptions)
 {
     const Temp_Directory first;

@@ -134,11 +134,11 @@ protected:
     void SetUp() override
     {
         disk_ = Small_Disk::mount(1 << 20);
-        if (disk_ == nullptr)
-            return;
-        connected_ = io_.connect(uri_of(disk_->path()), Client_IO_Base::Options{}) &&
-                     facade_.connect(uri_of(disk_->path()), Client_IO_Base::Options{});
-        EXPECT_TRUE(connected_) << io_.error() << facade_.error();
+        if (disk_ == nullptr && !HasFailure())
+            GTEST_SKIP() << "left out: there is no right to mount a file system";
+        ASSERT_NE(disk_, nullptr);
+        ASSERT_TRUE(io_.connect(uri_of(disk_->path()), Client_IO_Base::Options{})) << io_.error();
+        ASSERT_TRUE(facade_.connect(uri_of(disk_->path()), Client_IO_Base::Options{}));
     }
 
     /// Leaves no room for another byte in any new or grown file.
@@ -158,13 +158,10 @@ protected:
     std::unique_ptr<Small_Disk> disk_;
     File_IO io_;
     Client_IO facade_;
-    bool connected_ = false;
 };
 
 TEST_F(Full_Disk, CloseFailsWithFailedToWriteWhenTheFinalWriteFindsNoRoom)
 {
-    if (!connected_)
-        return;
     fill();
     ASSERT_TRUE(io_.open("a", Client_IO_Base::mode_write, 0, 0)) << io_.error();
     EXPECT_TRUE(io_.write("data", 4));
@@ -176,8 +173,6 @@ TEST_F(Full_Disk, CloseFailsWithFailedToWriteWhenTheFinalWriteFindsNoRoom)
 
 TEST_F(Full_Disk, ASmallFileDoesNotPassAsStored)
 {
-    if (!connected_)
-        return;
     fill();
     EXPECT_FALSE(facade_.put_contents("a", "data", false));
     EXPECT_EQ(facade_.error(), "Failed to write " + (*disk_ / "a") + no_space);
@@ -185,8 +180,6 @@ TEST_F(Full_Disk, ASmallFileDoesNotPassAsStored)
 
 TEST_F(Full_Disk, AFileThatGrowsBeyondTheDiskFailsAndRoomHelps)
 {
-    if (!connected_)
-        return;
     const std::string data = sample_bytes(2 << 20);
     EXPECT_FALSE(facade_.put_contents("a", data, false));
     EXPECT_EQ(facade_.errnum(), ENOSPC);
@@ -197,8 +190,6 @@ TEST_F(Full_Disk, AFileThatGrowsBeyondTheDiskFailsAndRoomHelps)
 
 TEST_F(Full_Disk, AFailedCopyWithOverwriteKeepsTheOldDestinationAndLeavesNothingBehind)
 {
-    if (!connected_)
-        return;
     write_local(*disk_ / "source", std::string(400000, 's'));
     write_local(*disk_ / "destination", "the only copy");
     fill(400000);
@@ -212,8 +203,6 @@ TEST_F(Full_Disk, AFailedCopyWithOverwriteKeepsTheOldDestinationAndLeavesNothing
 
 TEST_F(Full_Disk, GetFileOntoItFailsAndKeepsTheText)
 {
-    if (!connected_)
-        return;
     const Temp_Directory remote;
     write_local(remote / "a", sample_bytes(2 << 20));
     Client_IO facade;
@@ -225,8 +214,6 @@ TEST_F(Full_Disk, GetFileOntoItFailsAndKeepsTheText)
 
 TEST_F(Full_Disk, AReadOnlyTargetRefusesEveryChangeWithItsNumberAndStaysReadable)
 {
-    if (!connected_)
-        return;
     write_local(*disk_ / "a", "kept");
     fs::create_directory(*disk_ / "d");
     ASSERT_TRUE(disk_->make_read_only());
@@ -256,8 +243,6 @@ TEST_F(Full_Disk, AReadOnlyTargetRefusesEveryChangeWithItsNumberAndStaysReadable
 
 TEST_F(Full_Disk, ConnectingToAMissingDirectoryOfAReadOnlyDiskFails)
 {
-    if (!connected_)
-        return;
     ASSERT_TRUE(disk_->make_read_only());
     File_IO io;
     EXPECT_FALSE(io.connect(uri_of(*disk_ / "missing"), Client_IO_Base::Options{}));
@@ -269,8 +254,6 @@ TEST_F(Full_Disk, ConnectingToAMissingDirectoryOfAReadOnlyDiskFails)
 
 TEST_F(Full_Disk, ADiskThatIsTakenAwayMakesTheNextOpenFail)
 {
-    if (!connected_)
-        return;
     write_local(*disk_ / "a", "data");
     ASSERT_TRUE(disk_->detach());
     EXPECT_FALSE(io_.open("a", Client_IO_Base::mode_read, 0, 0));

@@ -315,11 +315,11 @@ TEST_F(File_Writer_Test, APipeIsWritten)
 
 TEST_F(File_Writer_Test, RandomWritesSeeksAndFlushesMakeTheExpectedFile)
 {
-    const char* const given = std::getenv("CLIENT_IO_TEST_SEED");
+    const char* const given = std::getenv("CLIENT_IO_SEED");
     const auto seed = given != nullptr
                           ? static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10))
                           : std::random_device()();
-    std::cout << "CLIENT_IO_TEST_SEED=" << seed << '\n';
+    std::cout << "CLIENT_IO_SEED=" << seed << '\n';
     std::mt19937 random(seed);
     const auto below = [&](std::size_t bound) { return random() % bound; };
     const std::string data = sample_bytes(5000);

@@ -1,0 +1,68 @@
+# Completion of cio for bash.
+
+_cio() {
+    local current=${COMP_WORDS[COMP_CWORD]}
+    local previous=${COMP_WORDS[COMP_CWORD - 1]}
+    local commands='put get cat ls tree stat du cp mv rm mkdir truncate verify help'
+    local common='--help --option --options --json --quiet --debug -o -q -h'
+    local command='' word i
+    COMPREPLY=()
+
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        word=${COMP_WORDS[i]}
+        if [[ $word != -* ]]; then
+            command=$word
+            break
+        fi
+    done
+    if [[ -z $command ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$commands --help --version" -- "$current")
+        return
+    fi
+
+    case $previous in
+    --options)
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        return
+        ;;
+    -o | --option)
+        compopt -o nospace
+        mapfile -t COMPREPLY < <(compgen -S = -W "$(_cio_keys)" -- "$current")
+        return
+        ;;
+    -j | --jobs) return ;;
+    esac
+
+    if [[ $current == -* ]]; then
+        local own=''
+        case $command in
+        put | get) own='--overwrite --resume --jobs -j' ;;
+        verify) own='--jobs -j' ;;
+        cp | mv) own='--overwrite' ;;
+        ls) own='--long --recursive -l -R' ;;
+        rm) own='--recursive -r' ;;
+        du) own='--summarize -s' ;;
+        esac
+        mapfile -t COMPREPLY < <(compgen -W "$own $common" -- "$current")
+        return
+    fi
+
+    case $command in
+    help) mapfile -t COMPREPLY < <(compgen -W "$commands options" -- "$current") ;;
+    put | get | verify)
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        ;;
+    esac
+}
+
+# The keys of connection options, from the program itself.
+_cio_keys() {
+    local line
+    while IFS= read -r line; do
+        [[ $line =~ ^\ \ ([a-z0-9_]+)\  ]] && printf '%s\n' "${BASH_REMATCH[1]}"
+    done < <(cio help options 2>/dev/null)
+}
+
+complete -F _cio cio
