@@ -30,7 +30,7 @@ public:
 
 private:
     void get_one(Client_IO& io, const std::string& path, const std::string& local,
-                 bool local_is_directory);
+                 bool local_names_tree, bool local_is_directory);
     void get_named_file(const std::string& remote, const std::string& local,
                         const Client_IO_Base::Directory_Entry& entry);
     void walk(Client_IO& io, const std::string& remote, const std::string& local);
@@ -61,12 +61,13 @@ void Get::run(const std::vector<std::string>& paths, const std::string& local)
         return transfer_.report.error(transfer_.target.uri_text, failure);
     File_Stamp stamp;
     const bool exists = stamp_path(local.c_str(), true, stamp);
-    const bool local_is_directory = ends_with_separator(local) || paths.size() > 1 ||
-                                    (exists && stamp.kind == File_Kind::directory);
+    const bool local_names_tree = paths.size() == 1 && names_entry(local);
+    const bool local_is_directory =
+        !local_names_tree || (exists && stamp.kind == File_Kind::directory);
     for (const std::string& path : paths) {
         if (interrupt::requested())
             break;
-        get_one(*io, path, local, local_is_directory);
+        get_one(*io, path, local, local_names_tree, local_is_directory);
         // Contents of several directories may meet in one; one after the other they find what
         // the one before stored, and never write the same file at once.
         if (paths.size() > 1 && ends_with_separator(path))
@@ -76,8 +77,10 @@ void Get::run(const std::vector<std::string>& paths, const std::string& local)
     pool_.finish();
 }
 
+/// @param local_names_tree    a directory becomes @p local itself instead of an entry of it
+/// @param local_is_directory  a file becomes an entry of @p local
 void Get::get_one(Client_IO& io, const std::string& path, const std::string& local,
-                  bool local_is_directory)
+                  bool local_names_tree, bool local_is_directory)
 {
     const std::string remote = target_path(path);
     const std::string name = last_name(remote);
@@ -96,13 +99,13 @@ void Get::get_one(Client_IO& io, const std::string& path, const std::string& loc
     }
     if (size != Client_IO_Base::size_of_directory && !entry->is_dir)
         return get_named_file(remote, local_is_directory ? join_path(local, name) : local, *entry);
-    const bool contents = remote.empty() || ends_with_separator(path);
-    const std::string destination = contents ? local : join_path(local, name);
+    const bool into_local = local_names_tree || remote.empty() || ends_with_separator(path);
+    const std::string destination = into_local ? local : join_path(local, name);
     const std::optional<std::string> source = transfer_.target.local_path(remote);
     if (source && is_inside(destination, *source))
         return transfer_.report.error(path,
                                       {exit_failed, "A directory cannot be restored into itself"});
-    if (make_top_directory(local) && (contents || make_directory(destination)))
+    if (make_top_directory(local) && (into_local || make_directory(destination)))
         walk(io, remote, destination);
 }
 

@@ -72,4 +72,10 @@ bool ends_with_separator(std::string_view path)
     return !path.empty() && std::string_view(separators).find(path.back()) != std::string::npos;
 }
 
+bool names_entry(std::string_view destination)
+{
+    const std::string name = last_name(destination);
+    return !name.empty() && name != "." && name != ".." && !ends_with_separator(destination);
+}
+
 } // namespace cio

@@ -28,4 +28,8 @@ namespace cio
 
 [[nodiscard]] bool ends_with_separator(std::string_view path);
 
+/// Whether a destination that the user gave is the name of what is moved there, not the directory
+/// that it goes into: it is neither empty nor ".", "..", nor does it end in a separator.
+[[nodiscard]] bool names_entry(std::string_view destination);
+
 } // namespace cio

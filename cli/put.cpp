@@ -53,7 +53,10 @@ private:
 };
 
 /// The names under which the sources go to the target; two of them may not be the same.
-void name_sources(std::vector<Source>& sources, const std::string& path, bool path_is_directory)
+/// @param path_names_tree    a directory becomes @p path itself instead of an entry of it
+/// @param path_is_directory  a file becomes an entry of @p path
+void name_sources(std::vector<Source>& sources, const std::string& path, bool path_names_tree,
+                  bool path_is_directory)
 {
     std::set<std::string> names;
     for (Source& source : sources) {
@@ -61,7 +64,8 @@ void name_sources(std::vector<Source>& sources, const std::string& path, bool pa
         const bool no_name = name.empty() || name == "." || name == "..";
         source.contents = no_name || (source.stamp.kind == File_Kind::directory &&
                                       ends_with_separator(source.local));
-        const bool below = source.stamp.kind == File_Kind::directory || path_is_directory;
+        const bool below =
+            source.stamp.kind == File_Kind::directory ? !path_names_tree : path_is_directory;
         source.remote = below && !source.contents ? join_path(path, name) : path;
         if (!source.contents && !names.insert(source.remote).second)
             throw Usage_Error("two sources would be stored as '" + source.remote + "'");
@@ -74,10 +78,10 @@ void Put::run(std::vector<Source> sources, const std::string& path)
     Client_IO* io = connection_.open(failure);
     if (io == nullptr)
         return transfer_.report.error(transfer_.target.uri_text, failure);
-    const bool path_is_directory =
-        path.empty() || ends_with_separator(path) || sources.size() > 1 ||
-        io->size(target_path(path).c_str()) == Client_IO_Base::size_of_directory;
-    name_sources(sources, target_path(path), path_is_directory);
+    const bool path_names_tree = sources.size() == 1 && names_entry(path);
+    const bool path_is_directory = !path_names_tree || io->size(target_path(path).c_str()) ==
+                                                           Client_IO_Base::size_of_directory;
+    name_sources(sources, target_path(path), path_names_tree, path_is_directory);
     for (Source& source : sources) {
         if (interrupt::requested())
             break;

@@ -80,9 +80,9 @@ TEST_F(Bad_Input, FileWhereADirectoryIsExpected)
 
     write("there/tree/sub/a", "A");
     write("local/tree/sub", "a file");
-    EXPECT_EQ(cio({"get", "--overwrite", uri("there"), "tree", "local"}).code, 1);
+    EXPECT_EQ(cio({"get", "--overwrite", uri("there"), "tree", "local/"}).code, 1);
     EXPECT_EQ(read("local/tree/sub"), "a file");
-    EXPECT_EQ(cio({"get", uri("there"), "tree", "local/tree/sub"}).code, 1);
+    EXPECT_EQ(cio({"get", uri("there"), "tree", "local/tree/sub/"}).code, 1);
     EXPECT_EQ(read("local/tree/sub"), "a file");
 }
 

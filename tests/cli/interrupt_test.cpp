@@ -61,7 +61,7 @@ TEST_F(Interrupted, RestoringLeavesOnePartialFileAtMost)
 {
     for (const char* name : {"target/tree/a", "target/tree/b", "target/tree/c"})
         make_endless(name);
-    Cio_Process process({"get", "--json", uri(), "tree", "back"}, in_here());
+    Cio_Process process({"get", "--json", uri(), "tree", "back/"}, in_here());
     ASSERT_TRUE(process.wait_for_output("\"progress\""));
     process.send_signal(SIGINT);
     const Cio_Result result = process.wait();

@@ -9,7 +9,7 @@ TEST_P(Names, RoundTripKeepsNameAndContents)
     write("tree/" + name, "contents of it");
     ASSERT_EQ(cio({"put", "tree", uri()}).code, 0);
     EXPECT_EQ(paths_below(at("target/tree")), std::vector<std::string>{name});
-    ASSERT_EQ(cio({"get", uri(), "tree", "back"}).code, 0);
+    ASSERT_EQ(cio({"get", uri(), "tree", "back/"}).code, 0);
     EXPECT_EQ(read("back/tree/" + name), "contents of it");
     EXPECT_EQ(cio({"ls", uri(), "tree"}).out, name + "\n");
     EXPECT_EQ(cio({"verify", "tree", uri(), "tree"}).code, 0);

@@ -48,7 +48,7 @@ TEST_F(Put_Get, TreeKeepsItsShapeAndItsEmptyDirectories)
     EXPECT_EQ(cio({"put", "tree", uri()}).code, 0);
     EXPECT_EQ(paths_below(at("target/tree")), tree_paths_);
     EXPECT_EQ(read("target/tree/sub/two"), pattern(200'000));
-    EXPECT_EQ(cio({"get", uri(), "tree", "back"}).code, 0);
+    EXPECT_EQ(cio({"get", uri(), "tree", "back/"}).code, 0);
     EXPECT_EQ(paths_below(at("back/tree")), tree_paths_);
     EXPECT_EQ(read("back/tree/sub/two"), pattern(200'000));
     EXPECT_EQ(read("back/tree/sub/deep/three"), "3");
@@ -72,6 +72,28 @@ TEST_F(Put_Get, TheRootIsRestoredAsContents)
     EXPECT_EQ(cio({"get", uri(), "/", "back2"}).code, 0);
     EXPECT_EQ(paths_below(at("back1")), tree_paths_);
     EXPECT_EQ(paths_below(at("back2")), tree_paths_);
+}
+
+TEST_F(Put_Get, OneTreeBecomesWhatThePathNamesEachTimeAnew)
+{
+    make_tree();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(cio({"put", "--overwrite", "tree", uri(), "p/q"}).code, 0);
+        EXPECT_EQ(paths_below(at("target/p/q")), tree_paths_);
+        EXPECT_EQ(cio({"verify", "tree", uri(), "p/q"}).code, 0);
+        EXPECT_EQ(cio({"get", "--overwrite", uri(), "p/q", "back"}).code, 0);
+        EXPECT_EQ(paths_below(at("back")), tree_paths_);
+    }
+}
+
+TEST_F(Put_Get, ADestinationThatIsNotANameKeepsTheTreesName)
+{
+    make_tree();
+    EXPECT_EQ(cio({"put", "tree", uri(), "p/"}).code, 0);
+    EXPECT_EQ(paths_below(at("target/p/tree")), tree_paths_);
+    fs::create_directory(at("here"));
+    EXPECT_EQ(cio({"get", uri(), "p/tree", "here/."}).code, 0);
+    EXPECT_EQ(paths_below(at("here/tree")), tree_paths_);
 }
 
 TEST_F(Put_Get, SeveralSourcesGoBelowThePath)
@@ -198,7 +220,7 @@ TEST_F(Put_Get, RestoredTreeDoesNotFollowLinksThatLeadOutOfIt)
     fs::create_directories(at("back/tree"));
     fs::create_directory_symlink(at("outside"), at("back/tree/sub"));
     fs::create_symlink(at("outside/victim"), at("back/tree/plain"));
-    const Cio_Result result = cio({"get", "--overwrite", uri(), "tree", "back"});
+    const Cio_Result result = cio({"get", "--overwrite", uri(), "tree", "back/"});
     EXPECT_EQ(result.code, 1);
     EXPECT_NE(result.err.find("symbolic link, which is not followed"), std::string::npos);
     EXPECT_EQ(paths_below(at("outside")), std::vector<std::string>{"victim"});
@@ -221,7 +243,7 @@ TEST_F(Put_Get, ManyFilesOverSeveralConnectionsArriveWhole)
         write("many/d" + std::to_string(i % 7) + "/f" + std::to_string(i),
               pattern(i * 37 % 5000, i));
     EXPECT_EQ(cio({"put", "--jobs", "8", "many", uri()}).code, 0);
-    EXPECT_EQ(cio({"get", "-j1", uri(), "many", "back"}).code, 0);
+    EXPECT_EQ(cio({"get", "-j1", uri(), "many", "back/"}).code, 0);
     EXPECT_EQ(paths_below(at("back/many")), paths_below(at("many")));
     for (const std::string& path : paths_below(at("many")))
         if (path.back() != '/') {

@@ -176,7 +176,7 @@ TEST_F(Resume, TreesContinueFileByFile)
     EXPECT_EQ(cio({"verify", "tree", uri(), "tree"}).code, 0);
 
     write("back/tree/half", data_.substr(0, 777));
-    EXPECT_EQ(cio({"get", "--resume", uri(), "tree", "back"}).code, 0);
+    EXPECT_EQ(cio({"get", "--resume", uri(), "tree", "back/"}).code, 0);
     EXPECT_EQ(cio({"verify", "back/tree", uri(), "tree"}).code, 0);
 }
 
