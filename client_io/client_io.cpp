@@ -7,10 +7,23 @@
 
 #include <ace/OS_NS_errno.h>
 
+#include <cerrno>
+#include <new>
 #include <utility>
 
-std::int64_t Client_IO::read(void* buf, std::uint64_t size)
+namespace
 {
+
+/// Positions count modulo 2^64: a backend that goes beyond the largest one is not undefined.
+std::int64_t advance(std::int64_t position, std::uint64_t size)
+{
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(position) + size);
+}
+
+} // namespace
+
+std::int64_t Client_IO::read(void* buf, std::uint64_t size)
+try {
     if (buf == nullptr) {
         log_unexpected("Unexpected error in %N:%l, buff is NULL:\n%?\n");
         return -1;
@@ -28,12 +41,15 @@ std::int64_t Client_IO::read(void* buf, std::uint64_t size)
     error_.clear();
     const std::int64_t n = io_->read(buf, size);
     if (n > 0)
-        position_ += n;
+        position_ = advance(position_, static_cast<std::uint64_t>(n));
     return n;
+} catch (const std::bad_alloc&) {
+    out_of_memory();
+    return -1;
 }
 
 bool Client_IO::write(const void* buf, std::uint64_t size)
-{
+try {
     if (buf == nullptr) {
         log_unexpected("Unexpected error in %N:%l, buff is NULL:\n%?\n");
         return false;
@@ -49,9 +65,11 @@ bool Client_IO::write(const void* buf, std::uint64_t size)
     error_.clear();
     if (!io_->write(buf, size))
         return false;
-    bytes_written_ += static_cast<std::int64_t>(size);
-    position_ += static_cast<std::int64_t>(size);
+    bytes_written_ = advance(bytes_written_, size);
+    position_ = advance(position_, size);
     return true;
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 std::uint64_t Client_IO::size() const
@@ -60,20 +78,24 @@ std::uint64_t Client_IO::size() const
 }
 
 bool Client_IO::open(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size)
-{
+try {
     if (!prepare_open(path, mode) || !check_random_write(mode) ||
         !io_->open(path, mode, offset, size))
         return false;
     position_ = static_cast<std::int64_t>(mode == mode_append ? io_->size() : offset);
     return true;
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::open(const char* path, unsigned mode, const json_spirit::Value& extra)
-{
+try {
     if (!prepare_open(path, mode) || !check_random_write(mode) || !io_->open(path, mode, extra))
         return false;
     position_ = mode == mode_append ? static_cast<std::int64_t>(io_->size()) : 0;
     return true;
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::is_open() const
@@ -82,16 +104,18 @@ bool Client_IO::is_open() const
 }
 
 bool Client_IO::close()
-{
+try {
     if (!check_connected() || !check_open())
         return false;
     position_ = -1;
     error_.clear();
     return io_->close();
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::read(const void*& data, std::uint64_t& size)
-{
+try {
     if (!check_connected() || !check_open())
         return false;
     if (write_mode_) {
@@ -101,12 +125,14 @@ bool Client_IO::read(const void*& data, std::uint64_t& size)
     error_.clear();
     if (!io_->read(data, size))
         return false;
-    position_ += static_cast<std::int64_t>(size);
+    position_ = advance(position_, size);
     return true;
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::flush()
-{
+try {
     if (!check_connected() || !check_open())
         return false;
     if (!write_mode_) {
@@ -115,10 +141,12 @@ bool Client_IO::flush()
     }
     error_.clear();
     return io_->flush();
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::seek(std::uint64_t offset, std::uint64_t length)
-{
+try {
     if (!check_open())
         return false;
     error_.clear();
@@ -126,6 +154,8 @@ bool Client_IO::seek(std::uint64_t offset, std::uint64_t length)
         return false;
     position_ = static_cast<std::int64_t>(offset);
     return true;
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 std::uint64_t Client_IO::original_size() const
@@ -233,4 +263,12 @@ void Client_IO::take_off_transform()
     // A subclass may have put something else on top, which cannot give up what is below it.
     if (auto* transform = dynamic_cast<Pipe_IO*>(io_.get()))
         io_ = transform->release();
+}
+
+/// What every operation does when memory runs out in its midst. @return false, for the operation
+bool Client_IO::out_of_memory() noexcept
+{
+    error_.clear();
+    ACE_OS::last_error(ENOMEM);
+    return false;
 }

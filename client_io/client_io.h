@@ -18,6 +18,8 @@
 /// connected" when that fails). One file is open at a time; operations on paths are refused while
 /// one is ("A file is already open").
 ///
+/// Out of memory sets the system error number to ENOMEM and fails without a text.
+///
 /// error() tells what failed: the facade's own text for failures of state, else the text of the
 /// layer that failed. Broken preconditions (NULL buffers, empty paths, reads of no bytes) are
 /// logged at emergency priority instead and make the operation fail.
@@ -51,7 +53,8 @@ public:
         PROTOCOL_BTRFS_HTTP = 19,
     };
 
-    /// Told the bytes of each step of a transfer (increments, not totals).
+    /// Told the bytes of each step of a transfer (increments, not totals). One that throws makes
+    /// the transfer fail.
     using Progress = std::function<void(std::uint64_t)>;
     /// Told each file of a walk with the path of its directory; false stops.
     using Walk_Callback = std::function<bool(const char*, const Directory_Entry&)>;
@@ -191,5 +194,9 @@ private:
     bool check_no_file_open();
     bool refuse_connection(const std::string& reason);
     void take_off_transform();
+    bool refuse_same_file(const char* remote, const char* local);
     bool close_after_failure();
+    bool out_of_memory() noexcept;
+
+    std::string local_root_; ///< of a target that is a directory here, else empty
 };

@@ -2,10 +2,7 @@
 #include "client_io/file_io.h"
 #include "platform/runtime/format.h"
 
-#include <ace/OS_NS_errno.h>
-
 #include <array>
-#include <cerrno>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -122,22 +119,20 @@ Client_IO::~Client_IO()
 }
 
 bool Client_IO::connect(const URI& uri, const Options& options)
-{
+try {
     disconnect();
     if (uri.scheme().empty() || uri.path(false).empty())
         return refuse_connection("Invalid URI");
     const Scheme* scheme = find_scheme(uri.scheme());
     if (scheme == nullptr)
         return refuse_connection("Protocol not supported");
-    try {
-        Options stack_options = options;
-        adjust_options(scheme->family, stack_options);
-        return connect_stack(make_backend(scheme->family), scheme->protocol, uri, stack_options,
-                             options);
-    } catch (const std::bad_alloc&) {
-        ACE_OS::last_error(ENOMEM);
-        return false;
-    }
+    Options stack_options = options;
+    adjust_options(scheme->family, stack_options);
+    local_root_ = scheme->family == Family::file ? uri.path(false) : std::string();
+    return connect_stack(make_backend(scheme->family), scheme->protocol, uri, stack_options,
+                         options);
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::connect_stack(std::unique_ptr<Client_IO_Base> backend, Protocol protocol,
@@ -172,9 +167,11 @@ bool Client_IO::connect_stack(std::unique_ptr<Client_IO_Base> backend, Protocol 
 }
 
 bool Client_IO::reconnect()
-{
+try {
     error_.clear();
     return io_ && io_->reconnect();
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::is_connected() const
@@ -183,38 +180,44 @@ bool Client_IO::is_connected() const
 }
 
 void Client_IO::disconnect()
-{
+try {
     error_.clear();
     if (io_ && io_->is_connected()) {
         if (is_open())
             close();
         io_->disconnect();
     }
+} catch (const std::bad_alloc&) {
+    out_of_memory();
 }
 
 bool Client_IO::connect(const char* uri, const Options& options)
-{
+try {
     disconnect();
     URI parsed;
     if (uri == nullptr || !URI_Parser::parse(uri, parsed))
         return refuse_connection("Invalid URI");
     return connect(parsed, options);
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::connect(Protocol protocol, const char* host, unsigned short port, bool ssl,
                         const char* path, const Options& options)
-{
+try {
     disconnect();
     URI uri;
     if (!generate_uri(protocol, host, port, ssl, path, uri))
         return refuse_connection(error_);
     protocol_ = protocol;
     return connect(uri, options);
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::generate_uri(Protocol protocol, const char* host, unsigned short port, bool ssl,
                              const char* path, URI& uri)
-{
+try {
     const bool has_address = host != nullptr && *host != '\0' && port != 0;
     if ((protocol != PROTOCOL_FILE && !has_address) || path == nullptr || *path == '\0') {
         error_ = "Invalid URI";
@@ -229,6 +232,8 @@ bool Client_IO::generate_uri(Protocol protocol, const char* host, unsigned short
         uri.scheme(ssl ? secure : plain);
     }
     return true;
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 void Client_IO::set_compression(Compression_Method method)
@@ -252,7 +257,7 @@ void Client_IO::set_compression(const std::string& file_name)
 
 bool Client_IO::set_encryption(Encryption_Algorithm algorithm, const unsigned char* /*key*/,
                                int /*key_len*/, const unsigned char* /*iv*/, int /*iv_len*/)
-{
+try {
     if (algorithm == encryption_)
         return true;
     if (encryption_value_to_name(algorithm, false) == nullptr) {
@@ -261,6 +266,8 @@ bool Client_IO::set_encryption(Encryption_Algorithm algorithm, const unsigned ch
     }
     error_ = "Encryption is not supported by this version";
     return false;
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 /// Ends a connect() that cannot be carried out. The stack goes: were it kept, the next operation

@@ -2,6 +2,7 @@
 
 #include "platform/runtime/fixed_block_file.h"
 #include "platform/runtime/format.h"
+#include "platform/runtime/path.h"
 #include "platform/runtime/posix_error.h"
 #include "platform/runtime/unexpected.h"
 
@@ -36,6 +37,37 @@ unsigned write_mode(bool overwrite)
     return overwrite ? Client_IO::mode_write | Client_IO::mode_overwrite : Client_IO::mode_write;
 }
 
+constexpr const char* progress_failed = "The progress callback failed";
+
+/// Tells a caller's callback. @return false when it threw, which ends the transfer
+bool report(const Client_IO::Progress& progress, std::uint64_t bytes)
+{
+    try {
+        if (progress)
+            progress(bytes);
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+bool call(const Client_IO::Walk_Callback& callback, const char* path,
+          const Client_IO::Directory_Entry& entry)
+{
+    try {
+        return callback(path, entry);
+    } catch (...) {
+        return false;
+    }
+}
+
+/// The reason for which a stream failed, as far as the system knows one.
+std::string stream_failure(int reason)
+{
+    return format_text("Failed to read local file: %s",
+                       POSIX_Error(reason != 0 ? reason : EIO, 1).c_str());
+}
+
 /// Reads a piece of a stream whose exceptions may be switched on.
 std::uint64_t read_some(std::istream& in, char* buffer, std::size_t size)
 {
@@ -52,15 +84,18 @@ std::uint64_t read_some(std::istream& in, char* buffer, std::size_t size)
 } // namespace
 
 std::uint64_t Client_IO::size(const char* path)
-{
+try {
     if (!check_connected())
         return size_unknown;
     error_.clear();
     return io_->size(path);
+} catch (const std::bad_alloc&) {
+    out_of_memory();
+    return size_unknown;
 }
 
 bool Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& entries)
-{
+try {
     if (path == nullptr) {
         log_unexpected("Unexpected error in %N:%l, path is NULL:\n%?\n");
         return false;
@@ -69,63 +104,79 @@ bool Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& entries)
         return false;
     error_.clear();
     return io_->get_dir(path, entries);
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::make_dir(const char* path, unsigned short mode)
-{
+try {
     if (!given(path, path_missing) || !check_connected() || !check_no_file_open())
         return false;
     error_.clear();
     return io_->make_dir(path, mode);
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::truncate(const char* path, std::uint64_t size)
-{
+try {
     if (!given(path, path_missing) || !check_connected() || !check_no_file_open())
         return false;
     error_.clear();
     return io_->truncate(path, size);
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::remove(const char* path)
-{
+try {
     if (!given(path, path_missing) || !check_connected() || !check_no_file_open())
         return false;
     error_.clear();
     return io_->remove(path);
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::copy(const char* src, const char* dst, bool overwrite)
-{
+try {
     if (!given(src, src_missing) || !given(dst, dest_missing) || !check_connected() ||
         !check_no_file_open())
         return false;
     error_.clear();
     return io_->copy(src, dst, overwrite);
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::rename(const char* src, const char* dst, bool overwrite)
-{
+try {
     if (!given(src, src_missing) || !given(dst, dest_missing) || !check_connected() ||
         !check_no_file_open())
         return false;
     error_.clear();
     return io_->rename(src, dst, overwrite);
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::get_file(const char* remote, const char* local, int local_flags,
                          std::uint64_t file_option, Progress progress)
-{
+try {
     if (!given(remote, remote_missing) || !given(local, local_missing) || !check_connected() ||
         !check_no_file_open())
+        return false;
+
+    if (refuse_same_file(remote, local))
         return false;
 
     std::uint64_t start = 0;
     if ((local_flags & O_APPEND) != 0) {
         ACE_stat local_stat;
-        if (ACE_OS::stat(local, &local_stat) == 0 && (local_stat.st_mode & S_IFMT) == S_IFREG)
+        if (ACE_OS::stat(local, &local_stat) == 0 && (local_stat.st_mode & S_IFMT) == S_IFREG) {
             start = static_cast<std::uint64_t>(local_stat.st_size);
-        else
+            local_flags &= ~O_TRUNC;
+        } else
             local_flags = (local_flags & ~O_APPEND) | O_TRUNC | O_CREAT;
     }
     if (!open(remote, mode_read, start, 0))
@@ -142,6 +193,8 @@ bool Client_IO::get_file(const char* remote, const char* local, int local_flags,
     const ACE_Errno_Guard guard(errno);
     close();
     return true;
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::get_file_i(const char* local, int local_flags, std::uint64_t file_option,
@@ -165,8 +218,11 @@ bool Client_IO::get_file_i(const char* local, int local_flags, std::uint64_t fil
         ok = writer.write(static_cast<const char*>(data), size, nullptr);
         if (!ok)
             break;
-        if (progress)
-            progress(size);
+        ok = report(progress, size);
+        if (!ok) {
+            error_ = progress_failed;
+            break;
+        }
     }
     if (!writer.close()) {
         ACE_OS::last_error(writer.last_error());
@@ -178,9 +234,12 @@ bool Client_IO::get_file_i(const char* local, int local_flags, std::uint64_t fil
 
 bool Client_IO::put_file(const char* remote, const char* local, bool overwrite, int local_flags,
                          std::uint64_t file_option, Progress progress)
-{
+try {
     if (!given(remote, remote_missing) || !given(local, local_missing) || !check_connected() ||
         !check_no_file_open())
+        return false;
+
+    if (refuse_same_file(remote, local))
         return false;
 
     File_Options options;
@@ -207,35 +266,46 @@ bool Client_IO::put_file(const char* remote, const char* local, bool overwrite, 
             break;
         if (!write(data, static_cast<std::uint64_t>(size)))
             return close_after_failure();
-        if (progress)
-            progress(static_cast<std::uint64_t>(size));
+        if (!report(progress, static_cast<std::uint64_t>(size))) {
+            error_ = progress_failed;
+            return close_after_failure();
+        }
     }
     return close();
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::put_stream(std::istream& in, const char* remote, bool overwrite)
-{
+try {
     if (!given(remote, remote_missing) || !check_connected() || !check_no_file_open())
         return false;
+    // A stream that has failed already must not cost the file that stands there.
+    if (in.fail() && !in.eof()) {
+        error_ = stream_failure(ACE_OS::last_error());
+        return false;
+    }
     if (!open(remote, write_mode(overwrite), 0, 0))
         return false;
     char buffer[65536];
     while (!in.eof()) {
         ACE_OS::last_error(0);
         const std::uint64_t size = read_some(in, buffer, sizeof buffer);
-        const int reason = ACE_OS::last_error() != 0 ? ACE_OS::last_error() : EIO;
+        const int reason = ACE_OS::last_error();
         if (size != 0 && !write(buffer, size))
             return close_after_failure();
         if (!in.good() && !in.eof()) {
-            error_ = format_text("Failed to read local file: %s", POSIX_Error(reason, 1).c_str());
+            error_ = stream_failure(reason);
             return close_after_failure();
         }
     }
     return close();
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::get_contents(const char* path, std::string& out)
-{
+try {
     if (!open(path, mode_read, 0, 0))
         return false;
     out.clear();
@@ -255,6 +325,8 @@ bool Client_IO::get_contents(const char* path, std::string& out)
         ok = false;
     }
     return ok ? close() : close_after_failure();
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::put_contents(const char* path, const std::string& data, bool overwrite)
@@ -263,14 +335,16 @@ bool Client_IO::put_contents(const char* path, const std::string& data, bool ove
 }
 
 bool Client_IO::put_contents(const char* path, const void* data, std::uint64_t size, bool overwrite)
-{
+try {
     if (!open(path, write_mode(overwrite), 0, 0))
         return false;
     return write(data, size) ? close() : close_after_failure();
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::walk_directory(const char* path, const Walk_Callback& callback)
-{
+try {
     const char* directory = path != nullptr ? path : "";
     std::vector<Directory_Entry> entries;
     if (!get_dir(directory, entries))
@@ -281,10 +355,12 @@ bool Client_IO::walk_directory(const char* path, const Walk_Callback& callback)
     for (const Directory_Entry& entry : entries) {
         if (entry.is_dir)
             walk_directory((prefix + entry.name).c_str(), callback);
-        else if (!callback(path, entry))
+        else if (!call(callback, path, entry))
             return false;
     }
     return true;
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
 }
 
 bool Client_IO::check_no_file_open()
@@ -293,6 +369,15 @@ bool Client_IO::check_no_file_open()
         return true;
     error_ = "A file is already open";
     return false;
+}
+
+/// One file cannot be read while its other end is emptied.
+bool Client_IO::refuse_same_file(const char* remote, const char* local)
+{
+    if (local_root_.empty() || !is_same_file((local_root_ + '/' + remote).c_str(), local))
+        return false;
+    error_ = format_text("%s and %s are the same file", remote, local);
+    return true;
 }
 
 /// Ends the open file of an operation that failed without losing the reason: its text and the

@@ -61,6 +61,12 @@ const Kind* find(const json_spirit::Object& obj, const char* key)
     return found;
 }
 
+/// The text of a name for a look-up; NULL, which no table knows, when it would be cut at a NUL.
+const char* whole_name(const std::string& name)
+{
+    return name.find('\0') == std::string::npos ? name.c_str() : nullptr;
+}
+
 /// Appends the entries of a schedule up to the first that is not one.
 /// @return what is wrong with that one, empty when all were read
 std::string read_rate_control(const json_spirit::Array& schedule,
@@ -120,7 +126,8 @@ bool Options::operator<<(const std::map<std::string, json_spirit::Value>& obj)
     }
 
     if (const auto* name = find<std::string>(obj, "compression")) {
-        compression = static_cast<Compression_Method>(compression_name_to_value(name->c_str(), -1));
+        compression =
+            static_cast<Compression_Method>(compression_name_to_value(whole_name(*name), -1));
         take(obj, "compression_level", compression_level);
     }
 
@@ -129,7 +136,7 @@ bool Options::operator<<(const std::map<std::string, json_spirit::Value>& obj)
         Secret iv;
         take(obj, "key", key.bytes);
         take(obj, "iv", iv.bytes);
-        if (!set_encryption_from_base64(name->c_str(), key.bytes, iv.bytes))
+        if (!set_encryption_from_base64(whole_name(*name), key.bytes, iv.bytes))
             return false;
     }
 
@@ -257,8 +264,20 @@ bool Options::set_encryption_from_binary(const char* algorithm_name, const std::
 bool Options::set_encryption_from_base64(const char* algorithm_name, const char* key_b64,
                                          const char* iv_b64)
 {
+    if (key_b64 == nullptr || iv_b64 == nullptr)
+        return false;
+    Secret key;
+    Secret iv;
+    key.bytes = key_b64;
+    iv.bytes = iv_b64;
+    return set_encryption_from_base64(algorithm_name, key.bytes, iv.bytes);
+}
+
+bool Options::set_encryption_from_base64(const char* algorithm_name, const std::string& key_b64,
+                                         const std::string& iv_b64)
+{
     const int algorithm = encryption_name_to_value(algorithm_name, -1);
-    if (algorithm == ENCRYPTION_NONE || key_b64 == nullptr || iv_b64 == nullptr)
+    if (algorithm == ENCRYPTION_NONE)
         return false;
 
     Secret key;
@@ -277,12 +296,6 @@ bool Options::set_encryption_from_base64(const char* algorithm_name, const char*
         std::memcpy(encryption_iv, iv.bytes.data(), encryption_iv_len);
     encryption_algorithm = static_cast<Encryption_Algorithm>(algorithm);
     return true;
-}
-
-bool Options::set_encryption_from_base64(const char* algorithm_name, const std::string& key_b64,
-                                         const std::string& iv_b64)
-{
-    return set_encryption_from_base64(algorithm_name, key_b64.c_str(), iv_b64.c_str());
 }
 
 void Options::set_extra_option(const char* key, const char* value)

@@ -16,13 +16,12 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
-#include <mutex>
-#include <shared_mutex>
 
 namespace
 {
 
 constexpr unsigned short default_creation_mode = 0750;
+constexpr std::uint64_t largest_position = std::numeric_limits<std::int64_t>::max();
 
 constexpr std::uint64_t cache_window = 33554432;
 constexpr File_Options file_options{65536, cache_window, true, 1, cache_window};
@@ -32,14 +31,6 @@ constexpr char separator = '\\';
 #else
 constexpr char separator = '/';
 #endif
-
-/// The umask belongs to the whole process. Whoever changes it for a moment keeps out others that
-/// would take the changed one for the process's own or create files under it.
-std::shared_mutex& umask_lock()
-{
-    static std::shared_mutex lock;
-    return lock;
-}
 
 void use_separator(std::string& path)
 {
@@ -55,6 +46,14 @@ bool exists(const std::string& path)
 {
     ACE_stat status;
     return ACE_OS::stat(path.c_str(), &status) == 0;
+}
+
+/// Opening a pipe waits for somebody at its other end, perhaps for ever.
+bool is_pipe(const std::string& path)
+{
+    ACE_stat status;
+    return ACE_OS::stat(path.c_str(), &status) == 0 &&
+           (static_cast<unsigned>(status.st_mode) & 0xF000U) == 0x1000U;
 }
 
 unsigned short creation_mode_of(const json_spirit::Value& extra)
@@ -80,9 +79,9 @@ std::int64_t File_IO::read(void* buf, std::uint64_t size)
     }
     if (remaining_ == 0)
         return 0;
-    const auto limit = static_cast<std::uint64_t>(
-        remaining_ > 0 ? remaining_ : std::numeric_limits<std::int64_t>::max());
-    size = std::min(size, limit);
+    size =
+        std::min(size, remaining_ > 0 ? static_cast<std::uint64_t>(remaining_) : largest_position);
+    const std::int64_t remaining_before = remaining_;
 
     std::uint64_t copied = 0;
     const auto deliver = [&](const char* data, std::uint64_t available) {
@@ -100,8 +99,14 @@ std::int64_t File_IO::read(void* buf, std::uint64_t size)
         buffer_pos_ = 0;
         char* block = nullptr;
         std::int64_t length = 0;
-        if (!next_block(block, length))
+        if (!next_block(block, length)) {
+            // The call can be repeated: what it took goes back.
+            const std::int64_t position = reader_.seek(0, SEEK_CUR);
+            reader_.seek(position - static_cast<std::int64_t>(copied), SEEK_SET);
+            remaining_ = remaining_before;
+            ACE_OS::last_error(errnum_);
             return -1;
+        }
         if (length == 0)
             break;
         const auto available = static_cast<std::uint64_t>(length);
@@ -122,6 +127,10 @@ bool File_IO::write(const void* buf, std::uint64_t size)
     if (!writing_ || !writer_) {
         error_ = "Operation not permitted";
         return false;
+    }
+    if (size > largest_position - position_) {
+        ACE_OS::last_error(EFBIG);
+        return set_error("Failed to write", path_);
     }
     if (!writer_.write(static_cast<const char*>(buf), size, nullptr)) {
         ACE_OS::last_error(writer_.last_error());
@@ -245,8 +254,7 @@ bool File_IO::seek(std::uint64_t offset, std::uint64_t length)
         }
         buffer_pos_ = 0;
     }
-    constexpr std::uint64_t most = std::numeric_limits<std::int64_t>::max();
-    remaining_ = length != 0 ? static_cast<std::int64_t>(std::min(length, most)) : -1;
+    remaining_ = length != 0 ? static_cast<std::int64_t>(std::min(length, largest_position)) : -1;
     return true;
 }
 
@@ -291,6 +299,11 @@ bool File_IO::truncate(const char* path, std::uint64_t size)
 bool File_IO::remove(const char* path)
 {
     const std::string entry = full_path(path);
+    if (entry == full_path("")) {
+        // The base directory itself, which everything else of the connection needs.
+        ACE_OS::last_error(EBUSY);
+        return set_error("Failed to remove", entry);
+    }
     if (ACE_OS::unlink(entry.c_str()) == 0)
         return true;
     const int reason = ACE_OS::last_error();
@@ -310,7 +323,7 @@ bool File_IO::copy(const char* src, const char* dst, bool overwrite)
         error_ = format_text("Failed to copy %s to %s: File exists", from.c_str(), to.c_str());
         return false;
     }
-    if (copy_file(from.c_str(), to.c_str(), share_all, nullptr))
+    if (copy_file(from.c_str(), to.c_str(), share_all, nullptr, overwrite))
         return true;
     errnum_ = ACE_OS::last_error();
     error_ = format_text("Failed to copy %s to %s: %s", from.c_str(), to.c_str(),
@@ -327,7 +340,8 @@ bool File_IO::rename(const char* src, const char* dst, bool overwrite)
         error_ = format_text("Failed to rename %s to %s: File exists", from.c_str(), to.c_str());
         return false;
     }
-    if (ACE_OS::rename(from.c_str(), to.c_str(), -1) == 0)
+    if (overwrite ? ACE_OS::rename(from.c_str(), to.c_str(), -1) == 0
+                  : rename_new(from.c_str(), to.c_str()))
         return true;
     errnum_ = ACE_OS::last_error();
     error_ = format_text("Failed to rename %s to %s: %s", from.c_str(), to.c_str(),
@@ -351,16 +365,10 @@ std::string File_IO::full_path(const char* path) const
 
 bool File_IO::create_directory(const std::string& path, unsigned short mode)
 {
-    int result = 0;
-    {
-        const std::lock_guard lock(umask_lock());
-        const mode_t previous = ACE_OS::umask(0);
-        result = mkdir_p(path.c_str(), mode, {});
-        const int reason = ACE_OS::last_error();
-        ACE_OS::umask(previous);
-        ACE_OS::last_error(reason);
-    }
-    return result == 0 || set_error("Failed to create directory", path);
+    // The umask is not changed for this: all threads share it.
+    const auto created = [mode](const char* made) { set_directory_permissions(made, mode); };
+    return mkdir_p(path.c_str(), mode, created) == 0 ||
+           set_error("Failed to create directory", path);
 }
 
 bool File_IO::open_file(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size,
@@ -373,6 +381,15 @@ bool File_IO::open_file(const char* path, unsigned mode, std::uint64_t offset, s
     position_ = 0;
     size_ = 0;
     path_ = full_path(path);
+    // Refused before a file is made that would then be in the way of the next try.
+    if (offset > largest_position) {
+        ACE_OS::last_error(EINVAL);
+        return set_error("Failed to seek", path_);
+    }
+    if (is_pipe(path_)) {
+        ACE_OS::last_error(ESPIPE);
+        return set_error("Fail to open file", path_);
+    }
 
     int flags = 0;
     switch (access) {
@@ -412,7 +429,6 @@ bool File_IO::open_file(const char* path, unsigned mode, std::uint64_t offset, s
         // When this fails, so does the open, which says why.
         if (dirname_string(path_, directory, separator) && !exists(directory))
             create_directory(directory, creation_mode);
-        const std::shared_lock lock(umask_lock());
         opened = writer_.open(path_.c_str(), flags | O_CREAT, true, share_all, file_options);
         ACE_OS::last_error(writer_.last_error());
     } else {

@@ -12,6 +12,9 @@
 /// Failures of the system read "%s %s, errno=%d: %s": what failed, the full path, the number, its
 /// text. retriable() is always false.
 ///
+/// Pipes are refused, since opening one waits for its other end. A failed read leaves the stream
+/// where it was.
+///
 /// One object serves one thread. Objects on several threads do not disturb each other.
 class File_IO : public Client_IO_Base
 {
@@ -40,6 +43,7 @@ public:
     bool read(const void*& data, std::uint64_t& size) override;
     /// Does nothing: buffered data goes to the system at close().
     bool flush() override;
+    /// In append mode writes go to the end of the file all the same.
     /// @param length  in read mode a limit as for open()
     bool seek(std::uint64_t offset, std::uint64_t length) override;
 
@@ -47,7 +51,7 @@ public:
     bool get_dir(const char* path, std::vector<Directory_Entry>& entries) override;
     bool make_dir(const char* path, unsigned short mode) override;
     bool truncate(const char* path, std::uint64_t size) override;
-    /// An empty directory is removed; one with entries is an error.
+    /// An empty directory is removed; one with entries is an error, and so is the base directory.
     bool remove(const char* path) override;
     bool copy(const char* src, const char* dst, bool overwrite) override;
     bool rename(const char* src, const char* dst, bool overwrite) override;
@@ -59,8 +63,6 @@ private:
                    unsigned short creation_mode);
     bool next_block(char*& data, std::int64_t& size);
     bool set_error(const char* what, const std::string& path);
-    bool check_absent(const char* what, const std::string& src, const std::string& dst);
-    bool set_transfer_error(const char* what, const std::string& src, const std::string& dst);
 
     bool writing_ = false;
     bool overwrite_ = false;

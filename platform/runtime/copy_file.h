@@ -11,7 +11,9 @@
 /// failed copy leaves an existing @p dst as it was, and copying a file onto itself is harmless.
 ///
 /// @param share  sharing on Windows: 1 read, 2 write, 4 delete, added up; unused on POSIX
-/// @param error  receives the text of a failure; may be NULL
+/// @param error    receives the text of a failure; may be NULL
+/// @param replace  false: fail with EEXIST when @p dst exists, also when it came into being during
+///                 the copy
 /// @return false on failure (ACE_OS::last_error())
 [[nodiscard]] CLIENT_IO_EXPORT bool copy_file(const char* src, const char* dst, int share,
-                                              std::string* error);
+                                              std::string* error, bool replace = true);

@@ -119,9 +119,13 @@ bool copy_bytes(int from, int to, std::uint64_t size)
 bool copy_extents(int from, int to)
 {
     off_t at = 0;
+    off_t end = 0;
     for (;;) {
-        const off_t data = lseek(from, at, SEEK_DATA);
-        if (data < 0 && errno == ENXIO)
+        // Asked for before the next extent: of a file that grows meanwhile, what follows the last
+        // extent up to here is a hole, and what comes after may be data.
+        end = lseek(from, 0, SEEK_END);
+        const off_t data = end < 0 ? end : lseek(from, at, SEEK_DATA);
+        if (data < 0 && end >= 0 && errno == ENXIO)
             break;
         const off_t hole = data < 0 ? data : lseek(from, data, SEEK_HOLE);
         if (hole < 0 || lseek(from, data, SEEK_SET) < 0 || lseek(to, data, SEEK_SET) < 0)
@@ -130,9 +134,7 @@ bool copy_extents(int from, int to)
             return false;
         at = hole;
     }
-    // What follows the last extent is a hole.
-    const off_t end = lseek(from, 0, SEEK_END);
-    return end >= 0 && ftruncate(to, end) == 0;
+    return ftruncate(to, end) == 0;
 }
 
 bool copy_contents(int from, int to, const struct stat& info)
@@ -185,7 +187,7 @@ int create_beside(const char* dst, std::string& path)
 }
 
 // The whole copy; on failure errno tells why and nothing is left behind.
-bool copy(const char* src, const char* dst)
+bool copy(const char* src, const char* dst, bool replace)
 {
     struct stat info;
     const File from(open_source(src, info));
@@ -202,7 +204,8 @@ bool copy(const char* src, const char* dst)
     if (to.handle() < 0)
         return false;
     if (copy_contents(from.handle(), to.handle(), info) && copy_permissions(to.handle(), info) &&
-        to.close() && rename(temporary.c_str(), dst) == 0)
+        to.close() &&
+        (replace ? rename(temporary.c_str(), dst) == 0 : rename_new(temporary.c_str(), dst)))
         return true;
     const int reason = errno;
     unlink(temporary.c_str());
@@ -210,14 +213,14 @@ bool copy(const char* src, const char* dst)
     return false;
 }
 
-bool checked_copy(const char* src, const char* dst)
+bool checked_copy(const char* src, const char* dst, bool replace)
 {
     if (src == nullptr || dst == nullptr || *src == '\0' || *dst == '\0') {
         errno = EINVAL;
         return false;
     }
     try {
-        return copy(src, dst);
+        return copy(src, dst, replace);
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
         return false;
@@ -226,9 +229,9 @@ bool checked_copy(const char* src, const char* dst)
 
 } // namespace
 
-bool copy_file(const char* src, const char* dst, int /*share*/, std::string* error)
+bool copy_file(const char* src, const char* dst, int /*share*/, std::string* error, bool replace)
 {
-    if (checked_copy(src, dst))
+    if (checked_copy(src, dst, replace))
         return true;
     if (error != nullptr)
         *error = POSIX_Error(errno, 1).str();

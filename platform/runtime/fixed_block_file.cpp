@@ -37,6 +37,8 @@ constexpr int not_inherited = 0; // ACE opens files so in any case
 constexpr mode_t new_file_mode = 0666; // less the umask
 
 constexpr int access_bits = O_WRONLY | O_RDWR;
+// Reading never makes a file nor changes one, whatever the caller's flags say.
+constexpr int changing_bits = O_CREAT | O_TRUNC | O_EXCL | O_APPEND;
 
 File_Options with_defaults(File_Options options)
 {
@@ -138,7 +140,7 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::open(const char* path, int flags,
     last_error_ = 0;
     if (!buffer_.resize(options_.block_size))
         return fail();
-    handle_ = open_file(path, (flags & ~access_bits) | O_RDONLY);
+    handle_ = open_file(path, (flags & ~(access_bits | changing_bits)) | O_RDONLY);
     if (handle_ == ACE_INVALID_HANDLE)
         return fail();
     if (!refuse_directory(handle_)) {
@@ -263,9 +265,9 @@ bool Fixed_Block_File_Writer_T<Char, Buffer>::open(const char* path, int flags, 
         last_error_ = ACE_OS::last_error();
         return false;
     }
-    // Only the hints need the position, so a pipe, which has none, stays at 0.
-    const std::int64_t end = flags & O_APPEND ? ACE_OS::lseek(handle_, 0, SEEK_END) : 0;
-    position_ = window_ = end > 0 ? static_cast<std::uint64_t>(end) : 0;
+    appending_ = (flags & O_APPEND) != 0;
+    if (appending_)
+        go_to_end();
     return true;
 }
 
@@ -328,6 +330,8 @@ std::int64_t Fixed_Block_File_Writer_T<Char, Buffer>::seek(std::int64_t offset, 
         return -1;
     }
     position_ = window_ = static_cast<std::uint64_t>(position);
+    if (appending_)
+        go_to_end();
     return position;
 }
 
@@ -352,6 +356,15 @@ bool Fixed_Block_File_Writer_T<Char, Buffer>::fail()
     failed_ = true;
     last_error_ = ACE_OS::last_error();
     return false;
+}
+
+// Where the system puts what is appended. Only the hints need to know, so a pipe, which has no
+// positions, stays at 0.
+template <class Char, class Buffer>
+void Fixed_Block_File_Writer_T<Char, Buffer>::go_to_end()
+{
+    const std::int64_t end = ACE_OS::lseek(handle_, 0, SEEK_END);
+    position_ = window_ = end > 0 ? static_cast<std::uint64_t>(end) : 0;
 }
 
 template <class Char, class Buffer>

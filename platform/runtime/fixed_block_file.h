@@ -73,7 +73,8 @@ public:
     Fixed_Block_File_Reader_T& operator=(const Fixed_Block_File_Reader_T&) = delete;
 
     /// Opens a file at its start; one that is open already is closed first.
-    /// @param flags     the system's open flags; O_RDONLY is implied
+    /// @param flags     the system's open flags; O_RDONLY is implied, and flags that would make or
+    ///                  change the file are left out
     /// @param share     sharing on Windows: 1 read, 2 write, 4 delete, added up; unused on POSIX
     /// @param prefetch  true: ask for the first read_ahead bytes at once instead of waiting
     ///                  until the file is read in sequence
@@ -144,7 +145,7 @@ public:
     /// Hands what the buffer holds to the system.
     [[nodiscard]] bool flush();
 
-    /// Flushes, then moves the position.
+    /// Flushes, then moves the position. A file opened with O_APPEND is written at its end anyway.
     /// @return the new position in bytes, -1 on failure
     std::int64_t seek(std::int64_t offset, int whence);
 
@@ -159,6 +160,7 @@ public:
 
 private:
     bool fail();
+    void go_to_end();
     bool store(const Char* data, std::uint64_t size);
     void advise();
 
@@ -169,6 +171,7 @@ private:
     std::uint64_t position_ = 0; // in the file, behind the last byte stored
     std::uint64_t window_ = 0;   // start of the window that is being filled
     bool buffering_ = true;
+    bool appending_ = false;
     bool failed_ = false;
     int last_error_ = 0;
 };

@@ -5,8 +5,10 @@
 #include <ace/os_include/os_fcntl.h>
 
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <stdexcept>
 
 namespace
 {
@@ -532,6 +534,68 @@ TEST_F(File_Level, SetErrorWordsTheLastFailureOfTheSystem)
     errno = ENOENT;
     io.set_error("Failed to do", "this");
     EXPECT_EQ(io.error(), "Failed to do this: No such file or directory");
+}
+
+TEST_F(File_Level, TheTargetsOwnFileIsNeitherUploadedNorDownloadedOntoItself)
+{
+    write_local(remote_ / "a", "precious");
+    std::filesystem::create_hard_link(remote_ / "a", local_ / "link");
+    for (const std::string& local : {remote_ / "a", local_ / "link"}) {
+        EXPECT_FALSE(io_.put_file("a", local.c_str(), true, O_RDONLY, 0, {}));
+        EXPECT_EQ(io_.error(), "a and " + local + " are the same file");
+        EXPECT_FALSE(io_.get_file("a", local.c_str(), create, 0, {}));
+        EXPECT_EQ(io_.error(), "a and " + local + " are the same file");
+    }
+    EXPECT_EQ(read_local(remote_ / "a"), "precious");
+}
+
+TEST_F(File_Level, GetFileWithAppendKeepsTheBeginningEvenWithATruncateFlag)
+{
+    write_local(remote_ / "a", "0123456789ABCDEF");
+    write_local(local_ / "b", "0123456789");
+    EXPECT_TRUE(io_.get_file("a", (local_ / "b").c_str(), O_APPEND | O_TRUNC, 0, {}));
+    EXPECT_EQ(read_local(local_ / "b"), "0123456789ABCDEF");
+}
+
+TEST_F(File_Level, PutFileNeverMakesOrChangesItsSource)
+{
+    write_local(local_ / "a", "source");
+    EXPECT_TRUE(io_.put_file("a", (local_ / "a").c_str(), false, O_TRUNC | O_CREAT, 0, {}));
+    EXPECT_EQ(read_local(local_ / "a"), "source");
+    EXPECT_EQ(read_local(remote_ / "a"), "source");
+    EXPECT_FALSE(io_.put_file("b", (local_ / "b").c_str(), false, O_CREAT, 0, {}));
+    EXPECT_FALSE(std::filesystem::exists(local_ / "b"));
+    EXPECT_FALSE(std::filesystem::exists(remote_ / "b"));
+}
+
+TEST_F(File_Level, PutStreamOfAStreamThatFailedBeforeKeepsTheFileThatIsThere)
+{
+    write_local(remote_ / "a", "precious");
+    std::ifstream missing(local_ / "missing");
+    EXPECT_FALSE(io_.put_stream(missing, "a", true));
+    EXPECT_EQ(io_.error().rfind("Failed to read local file: ", 0), 0U) << io_.error();
+    EXPECT_EQ(read_local(remote_ / "a"), "precious");
+}
+
+TEST_F(File_Level, AProgressCallbackThatThrowsEndsTheTransferAndTheFile)
+{
+    write_local(remote_ / "a", "remote");
+    write_local(local_ / "b", "local");
+    const Client_IO::Progress throwing = [](std::uint64_t) { throw std::runtime_error("no"); };
+    EXPECT_FALSE(io_.get_file("a", (local_ / "got").c_str(), create, 0, throwing));
+    EXPECT_EQ(io_.error(), "The progress callback failed");
+    EXPECT_FALSE(io_.is_open());
+    EXPECT_FALSE(io_.put_file("b", (local_ / "b").c_str(), false, O_RDONLY, 0, throwing));
+    EXPECT_EQ(io_.error(), "The progress callback failed");
+    EXPECT_FALSE(io_.is_open());
+}
+
+TEST_F(File_Level, AWalkCallbackThatThrowsStopsLikeOneThatReturnsFalse)
+{
+    write_local(remote_ / "a", "");
+    EXPECT_FALSE(io_.walk_directory("", [](const char*, const Client_IO::Directory_Entry&) -> bool {
+        throw std::runtime_error("no");
+    }));
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "client_io/client_io_base.h"
 #include "platform/json/json_value.h"
+#include "platform/runtime/base64.h"
 #include "tests/support/log_capture.h"
 
 #include <ace/Log_Priority.h>
@@ -411,6 +412,21 @@ TEST(Options_Record, ACopyIsIndependent)
     EXPECT_EQ(options.extra_options.at("a"), "1");
     options = copy;
     EXPECT_EQ(options.extra_options.at("a"), "2");
+}
+
+TEST(Options_JSON, NamesAndKeysAreNotCutAtANulByte)
+{
+    Client_IO_Base::Options options;
+    const std::string key = Base64_Encoder::encode("0123456789abcdef", 16);
+    json_spirit::Object object{{"encryption", "aes-128-cbc"}, {"key", key + '\0'}, {"iv", key}};
+    EXPECT_FALSE(options << object);
+    object["key"] = key;
+    object["encryption"] = std::string("aes-128-cbc\0x", 13);
+    EXPECT_TRUE(options << object);
+    EXPECT_EQ(options.encryption_algorithm, -1); // as for any unknown name
+    object = {{"compression", std::string("zstd\0x", 6)}};
+    EXPECT_TRUE(options << object);
+    EXPECT_EQ(options.compression, -1);
 }
 
 } // namespace

@@ -5,8 +5,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <dirent.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
@@ -291,6 +293,89 @@ TEST_F(File_IO_Posix, FailedAndSuccessfulOperationsLeaveNoHandleOpen)
         EXPECT_FALSE(io_.copy("missing", "c", true));
     }
     EXPECT_EQ(open_handles(), before);
+}
+
+TEST_F(File_IO_Posix, PipesAreRefusedInsteadOfWaitedFor)
+{
+    ASSERT_EQ(::mkfifo(local("pipe").c_str(), 0600), 0);
+    for (const unsigned mode : {1U, 0x102U, 3U, 4U}) {
+        EXPECT_FALSE(io_.open("pipe", mode, 0, 0)) << mode;
+        EXPECT_EQ(io_.error(), "Fail to open file " + local("pipe") + ", errno=29: Illegal seek");
+        EXPECT_FALSE(io_.is_open());
+    }
+}
+
+TEST_F(File_IO_Posix, AWriteBeyondTheLargestPositionFails)
+{
+    URI devices;
+    devices.scheme("file");
+    devices.path("/dev", false);
+    File_IO io;
+    ASSERT_TRUE(io.connect(devices, Client_IO_Base::Options{})) << io.error();
+    ASSERT_TRUE(io.open("null", 4, INT64_MAX - 2, 0)) << io.error();
+    EXPECT_TRUE(io.write("ab", 2));
+    EXPECT_FALSE(io.write("c", 1));
+    EXPECT_EQ(io.error(), "Failed to write /dev/null, errno=27: File too large");
+    EXPECT_EQ(io.size(), static_cast<std::uint64_t>(INT64_MAX));
+}
+
+TEST_F(File_IO_Posix, AFailedReadLeavesTheStreamWhereItWas)
+{
+    // The memory of this process as a file: what is mapped can be read, what follows cannot.
+    constexpr std::size_t readable = 2 * 65536;
+    void* const map =
+        ::mmap(nullptr, 2 * readable, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(map, MAP_FAILED);
+    const std::string data = sample_bytes(readable);
+    std::memcpy(map, data.data(), readable);
+    ASSERT_EQ(::munmap(static_cast<char*>(map) + readable, readable), 0);
+
+    URI self;
+    self.scheme("file");
+    self.path("/proc/self", false);
+    File_IO io;
+    ASSERT_TRUE(io.connect(self, Client_IO_Base::Options{})) << io.error();
+    ASSERT_TRUE(io.open("mem", 1, reinterpret_cast<std::uintptr_t>(map), 150000)) << io.error();
+    std::string got(200000, '-');
+    EXPECT_EQ(io.read(got.data(), 65536), 65536);
+    EXPECT_EQ(io.read(got.data(), got.size()), -1);
+    EXPECT_EQ(io.errnum(), EIO);
+    EXPECT_EQ(io.read(got.data(), 65536), 65536);
+    EXPECT_TRUE(got.substr(0, 65536) == data.substr(65536));
+    ::munmap(map, readable);
+}
+
+TEST_F(File_IO_Posix, OfTwoCopiesOrRenamesToOneNameOneFails)
+{
+    for (const bool renaming : {false, true}) {
+        for (int round = 0; round < 200; ++round) {
+            std::atomic<int> won{0};
+            std::atomic<int> ready{0};
+            std::filesystem::remove(local("dst"));
+            const auto move = [&](const std::string& src) {
+                File_IO io;
+                ASSERT_TRUE(io.connect(uri_, Client_IO_Base::Options{}));
+                write_local(local(src), src);
+                ++ready;
+                while (ready < 2)
+                    std::this_thread::yield();
+                won += renaming ? io.rename(src.c_str(), "dst", false)
+                                : io.copy(src.c_str(), "dst", false);
+            };
+            std::thread other(move, "one");
+            move("two");
+            other.join();
+            ASSERT_EQ(won, 1) << (renaming ? "rename" : "copy") << " in round " << round;
+        }
+    }
+}
+
+TEST_F(File_IO_Posix, NewDirectoriesKeepTheGroupThatTheirParentHandsDown)
+{
+    ASSERT_EQ(::chmod(local("").c_str(), 02750), 0);
+    EXPECT_TRUE(io_.make_dir("a/b", 0705));
+    EXPECT_EQ(mode_of("a"), 02705U);
+    EXPECT_EQ(mode_of("a/b"), 02705U);
 }
 
 } // namespace

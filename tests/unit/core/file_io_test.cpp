@@ -467,4 +467,21 @@ TEST_F(File_IO_Backend, DestroyingItDoesNotPublishUnstoredData)
     EXPECT_EQ(read_local(directory_ / "a"), "");
 }
 
+TEST_F(File_IO_Backend, TheBaseDirectoryIsNotRemovedThroughItsOwnConnection)
+{
+    for (const char* path : {"", "/", "//"}) {
+        EXPECT_FALSE(io_.remove(path)) << path;
+        EXPECT_EQ(io_.errnum(), EBUSY) << path;
+    }
+    EXPECT_TRUE(std::filesystem::exists(directory_.path()));
+}
+
+TEST_F(File_IO_Backend, AnOffsetBeyondAnyFileFailsAndLeavesNoFileInTheWay)
+{
+    EXPECT_FALSE(io_.open("new", 2, ~std::uint64_t{0}, 0));
+    expect_error("Failed to seek", "new", EINVAL, "Invalid argument");
+    EXPECT_FALSE(std::filesystem::exists(directory_ / "new"));
+    EXPECT_TRUE(write("new", 2, 0, "data")) << io_.error();
+}
+
 } // namespace

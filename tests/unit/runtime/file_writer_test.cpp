@@ -425,6 +425,19 @@ TEST_F(File_Writer_Test, WindowsStartWhereWritingStarts)
     EXPECT_EQ(recorder.calls(Hint::store), (Calls{{Hint::store, 100, mib}}));
 }
 
+TEST_F(File_Writer_Test, SeekingDoesNotMoveWhereAppendedDataGoesNorItsWindows)
+{
+    write_local(path, sample_bytes(100));
+    Page_Cache_Recorder recorder;
+    ASSERT_TRUE(open(O_APPEND, {.write_behind = mib}));
+    EXPECT_EQ(writer.seek(0, SEEK_SET), 0);
+    const std::string data = sample_bytes(mib);
+    EXPECT_TRUE(write(data));
+    EXPECT_TRUE(writer.close());
+    EXPECT_EQ(recorder.calls(Hint::store), (Calls{{Hint::store, 100, mib}}));
+    EXPECT_TRUE(stored() == sample_bytes(100) + data);
+}
+
 TEST_F(File_Writer_Test, RefusedHintsDoNoHarm)
 {
     Page_Cache_Recorder recorder;
