@@ -194,6 +194,7 @@ try {
     close();
     return true;
 } catch (const std::bad_alloc&) {
+    close();
     return out_of_memory();
 }
 
@@ -273,6 +274,7 @@ try {
     }
     return close();
 } catch (const std::bad_alloc&) {
+    close();
     return out_of_memory();
 }
 
@@ -301,6 +303,7 @@ try {
     }
     return close();
 } catch (const std::bad_alloc&) {
+    close();
     return out_of_memory();
 }
 
@@ -309,23 +312,17 @@ try {
     if (!open(path, mode_read, 0, 0))
         return false;
     out.clear();
-    bool ok = false;
-    try {
-        for (;;) {
-            const void* data = nullptr;
-            std::uint64_t size = 0;
-            ok = read(data, size);
-            if (!ok || size == 0)
-                break;
-            out.append(static_cast<const char*>(data), size);
-        }
-    } catch (const std::bad_alloc&) {
-        ACE_OS::last_error(ENOMEM);
-        set_error("Failed to read", path);
-        ok = false;
+    for (;;) {
+        const void* data = nullptr;
+        std::uint64_t size = 0;
+        if (!read(data, size))
+            return close_after_failure();
+        if (size == 0)
+            return close();
+        out.append(static_cast<const char*>(data), size);
     }
-    return ok ? close() : close_after_failure();
 } catch (const std::bad_alloc&) {
+    close();
     return out_of_memory();
 }
 
@@ -340,6 +337,7 @@ try {
         return false;
     return write(data, size) ? close() : close_after_failure();
 } catch (const std::bad_alloc&) {
+    close();
     return out_of_memory();
 }
 

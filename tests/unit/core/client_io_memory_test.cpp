@@ -92,6 +92,31 @@ TEST(Facade_Without_Memory, EveryOperationFailsWithENOMEMAndNoExceptionAndNoText
     }
 }
 
+TEST(Facade_Without_Memory, ATransferLeavesNoFileOpen)
+{
+    /// Memory runs out at the first byte that moves.
+    class Starving_Transfer : public Recording_IO
+    {
+    public:
+        using Recording_IO::read;
+        using Recording_IO::Recording_IO;
+        bool read(const void*&, std::uint64_t&) override { Starving_IO::starve(); }
+        bool write(const void*, std::uint64_t) override { Starving_IO::starve(); }
+    };
+    Open_Facade io;
+    ASSERT_TRUE(
+        io.connect_plain(std::make_unique<Starving_Transfer>(std::make_shared<Recording>())));
+    std::string text;
+    std::istringstream stream("data");
+    EXPECT_FALSE(io.get_contents("a", text));
+    EXPECT_FALSE(io.is_open());
+    EXPECT_FALSE(io.put_contents("a", "x", true));
+    EXPECT_FALSE(io.is_open());
+    EXPECT_FALSE(io.put_stream(stream, "a", true));
+    EXPECT_FALSE(io.is_open());
+    EXPECT_EQ(ACE_OS::last_error(), ENOMEM);
+}
+
 TEST(Facade_Without_Memory, DestructionWithAnOpenFileDoesNotEndTheProcess)
 {
     const auto log = std::make_shared<Recording>();
