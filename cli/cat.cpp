@@ -14,10 +14,9 @@ void run_cat(Invocation& invocation)
     if (path.empty())
         throw Usage_Error("the target's root is a directory, not a file");
     Connection connection(target);
-    Failure failure;
-    Client_IO* io = connection.open(failure);
+    Client_IO* io = connection.open(invocation.report);
     if (io == nullptr)
-        return invocation.report.error(target.uri_text, failure);
+        return;
     const void* data = nullptr;
     std::uint64_t size = 0;
     bool done = io->open(path.c_str(), Client_IO_Base::mode_read, 0, 0);

@@ -2,6 +2,7 @@
 
 #include "cli/file_stamp.h"
 #include "cli/path_rules.h"
+#include "cli/reporter.h"
 
 #include <ace/OS_NS_errno.h>
 
@@ -57,6 +58,15 @@ Client_IO* Connection::open(Failure& failure)
     if (failure.code == exit_exists)
         failure.code = exit_failed;
     return nullptr;
+}
+
+Client_IO* Connection::open(Reporter& report)
+{
+    Failure failure;
+    Client_IO* io = open(failure);
+    if (io == nullptr)
+        report.error(target_.uri_text, failure);
+    return io;
 }
 
 bool looks_like_uri(const std::string& text)

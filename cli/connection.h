@@ -9,6 +9,8 @@
 namespace cio
 {
 
+class Reporter;
+
 /// The target of a command: its address and the settings of every connection to it.
 struct Target
 {
@@ -37,6 +39,8 @@ public:
 
     /// @return the connected object, NULL on failure
     [[nodiscard]] Client_IO* open(Failure& failure);
+    /// The same; a failure is told to @p report.
+    [[nodiscard]] Client_IO* open(Reporter& report);
 
 private:
     const Target& target_;

@@ -61,10 +61,9 @@ void run_cp(Invocation& invocation)
     if ((destination + "/").starts_with(source + "/") && source != destination)
         throw Usage_Error("'" + source + "' cannot be copied into itself");
     Connection connection(target);
-    Failure failure;
-    Client_IO* io = connection.open(failure);
+    Client_IO* io = connection.open(invocation.report);
     if (io == nullptr)
-        return invocation.report.error(target.uri_text, failure);
+        return;
     const std::optional<bool> directory = is_directory(*io, source, invocation.report);
     if (!directory)
         return;

@@ -60,10 +60,9 @@ void run_du(Invocation& invocation)
 {
     const Place place = read_place(invocation);
     Connection connection(place.target);
-    Failure failure;
-    Client_IO* io = connection.open(failure);
+    Client_IO* io = connection.open(invocation.report);
     if (io == nullptr)
-        return invocation.report.error(place.target.uri_text, failure);
+        return;
     const std::optional<bool> directory = is_directory(*io, place.path, invocation.report);
     if (!directory)
         return;

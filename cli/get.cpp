@@ -55,10 +55,9 @@ void check_names(const std::vector<std::string>& paths)
 
 void Get::run(const std::vector<std::string>& paths, const std::string& local)
 {
-    Failure failure;
-    Client_IO* io = connection_.open(failure);
+    Client_IO* io = connection_.open(transfer_.report);
     if (io == nullptr)
-        return transfer_.report.error(transfer_.target.uri_text, failure);
+        return;
     File_Stamp stamp;
     const bool exists = stamp_path(local.c_str(), true, stamp);
     const bool local_names_tree = paths.size() == 1 && names_entry(local);

@@ -82,10 +82,10 @@ void run_ls(Invocation& invocation)
 {
     const Place place = read_place(invocation);
     Connection connection(place.target);
-    Failure failure;
-    Client_IO* io = connection.open(failure);
+    Client_IO* io = connection.open(invocation.report);
     if (io == nullptr)
-        return invocation.report.error(place.target.uri_text, failure);
+        return;
+    Failure failure;
     const std::optional<bool> directory = is_directory(*io, place.path, invocation.report);
     if (!directory)
         return;

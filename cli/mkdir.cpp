@@ -15,10 +15,9 @@ void run_mkdir(Invocation& invocation)
     if (path.empty())
         throw Usage_Error("the target's root needs no making");
     Connection connection(target);
-    Failure failure;
-    Client_IO* io = connection.open(failure);
+    Client_IO* io = connection.open(invocation.report);
     if (io == nullptr)
-        return invocation.report.error(target.uri_text, failure);
+        return;
     if (io->make_dir(path.c_str(), directory_mode))
         invocation.report.item_done(false);
     else

@@ -14,10 +14,9 @@ void run_mv(Invocation& invocation)
     if (source.empty() || destination.empty())
         throw Usage_Error("the target's root cannot be moved or replaced");
     Connection connection(target);
-    Failure failure;
-    Client_IO* io = connection.open(failure);
+    Client_IO* io = connection.open(invocation.report);
     if (io == nullptr)
-        return invocation.report.error(target.uri_text, failure);
+        return;
     const bool overwrite = invocation.overwrite || invocation.options.overwrite;
     if (io->rename(source.c_str(), destination.c_str(), overwrite))
         invocation.report.item_done(true);

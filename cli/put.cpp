@@ -74,10 +74,9 @@ void name_sources(std::vector<Source>& sources, const std::string& path, bool pa
 
 void Put::run(std::vector<Source> sources, const std::string& path)
 {
-    Failure failure;
-    Client_IO* io = connection_.open(failure);
+    Client_IO* io = connection_.open(transfer_.report);
     if (io == nullptr)
-        return transfer_.report.error(transfer_.target.uri_text, failure);
+        return;
     const bool path_names_tree = sources.size() == 1 && names_entry(path);
     const bool path_is_directory = !path_names_tree || io->size(target_path(path).c_str()) ==
                                                            Client_IO_Base::size_of_directory;

@@ -57,10 +57,10 @@ void run_rm(Invocation& invocation)
             throw Usage_Error("the target's root is not removed");
     }
     Connection connection(target);
-    Failure failure;
-    Client_IO* io = connection.open(failure);
+    Client_IO* io = connection.open(invocation.report);
     if (io == nullptr)
-        return invocation.report.error(target.uri_text, failure);
+        return;
+    Failure failure;
     for (const std::string& path : paths) {
         if (interrupt::requested())
             return;

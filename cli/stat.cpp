@@ -11,10 +11,10 @@ void run_stat(Invocation& invocation)
 {
     const Place place = read_place(invocation);
     Connection connection(place.target);
-    Failure failure;
-    Client_IO* io = connection.open(failure);
+    Client_IO* io = connection.open(invocation.report);
     if (io == nullptr)
-        return invocation.report.error(place.target.uri_text, failure);
+        return;
+    Failure failure;
     auto entry = find_entry(*io, place.path, failure);
     if (!entry)
         return invocation.report.error(place.path, failure);

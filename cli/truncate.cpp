@@ -15,10 +15,9 @@ void run_truncate(Invocation& invocation)
     if (path.empty())
         throw Usage_Error("the target's root is a directory, not a file");
     Connection connection(target);
-    Failure failure;
-    Client_IO* io = connection.open(failure);
+    Client_IO* io = connection.open(invocation.report);
     if (io == nullptr)
-        return invocation.report.error(target.uri_text, failure);
+        return;
     if (io->truncate(path.c_str(), size))
         invocation.report.item_done(true);
     else

@@ -192,6 +192,8 @@ private:
     bool check_connected();
     bool check_open();
     bool check_no_file_open();
+    template <class Operation>
+    bool forward(Operation operation);
     bool refuse_connection(const std::string& reason);
     void take_off_transform();
     bool refuse_same_file(const char* remote, const char* local);

@@ -83,6 +83,18 @@ std::uint64_t read_some(std::istream& in, char* buffer, std::size_t size)
 
 } // namespace
 
+/// What all operations on paths do before the stack carries them out.
+template <class Operation>
+bool Client_IO::forward(Operation operation)
+try {
+    if (!check_connected() || !check_no_file_open())
+        return false;
+    error_.clear();
+    return operation();
+} catch (const std::bad_alloc&) {
+    return out_of_memory();
+}
+
 std::uint64_t Client_IO::size(const char* path)
 try {
     if (!check_connected())
@@ -95,69 +107,39 @@ try {
 }
 
 bool Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& entries)
-try {
+{
     if (path == nullptr) {
         log_unexpected("Unexpected error in %N:%l, path is NULL:\n%?\n");
         return false;
     }
-    if (!check_connected() || !check_no_file_open())
-        return false;
-    error_.clear();
-    return io_->get_dir(path, entries);
-} catch (const std::bad_alloc&) {
-    return out_of_memory();
+    return forward([&] { return io_->get_dir(path, entries); });
 }
 
 bool Client_IO::make_dir(const char* path, unsigned short mode)
-try {
-    if (!given(path, path_missing) || !check_connected() || !check_no_file_open())
-        return false;
-    error_.clear();
-    return io_->make_dir(path, mode);
-} catch (const std::bad_alloc&) {
-    return out_of_memory();
+{
+    return given(path, path_missing) && forward([&] { return io_->make_dir(path, mode); });
 }
 
 bool Client_IO::truncate(const char* path, std::uint64_t size)
-try {
-    if (!given(path, path_missing) || !check_connected() || !check_no_file_open())
-        return false;
-    error_.clear();
-    return io_->truncate(path, size);
-} catch (const std::bad_alloc&) {
-    return out_of_memory();
+{
+    return given(path, path_missing) && forward([&] { return io_->truncate(path, size); });
 }
 
 bool Client_IO::remove(const char* path)
-try {
-    if (!given(path, path_missing) || !check_connected() || !check_no_file_open())
-        return false;
-    error_.clear();
-    return io_->remove(path);
-} catch (const std::bad_alloc&) {
-    return out_of_memory();
+{
+    return given(path, path_missing) && forward([&] { return io_->remove(path); });
 }
 
 bool Client_IO::copy(const char* src, const char* dst, bool overwrite)
-try {
-    if (!given(src, src_missing) || !given(dst, dest_missing) || !check_connected() ||
-        !check_no_file_open())
-        return false;
-    error_.clear();
-    return io_->copy(src, dst, overwrite);
-} catch (const std::bad_alloc&) {
-    return out_of_memory();
+{
+    return given(src, src_missing) && given(dst, dest_missing) &&
+           forward([&] { return io_->copy(src, dst, overwrite); });
 }
 
 bool Client_IO::rename(const char* src, const char* dst, bool overwrite)
-try {
-    if (!given(src, src_missing) || !given(dst, dest_missing) || !check_connected() ||
-        !check_no_file_open())
-        return false;
-    error_.clear();
-    return io_->rename(src, dst, overwrite);
-} catch (const std::bad_alloc&) {
-    return out_of_memory();
+{
+    return given(src, src_missing) && given(dst, dest_missing) &&
+           forward([&] { return io_->rename(src, dst, overwrite); });
 }
 
 bool Client_IO::get_file(const char* remote, const char* local, int local_flags,
