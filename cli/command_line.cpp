@@ -4,6 +4,7 @@
 #include "cli/interrupt.h"
 #include "cli/nearest_name.h"
 #include "cli/option_table.h"
+#include "cli/standard_streams.h"
 #include "platform/runtime/posix_error.h"
 
 #include <CLI/CLI.hpp>
@@ -219,7 +220,7 @@ int show_help(const std::vector<std::string>& topics, Output& out)
         out.write(app.get_subcommand(topic)->help());
     }
     out.flush();
-    return exit_done;
+    return out.failed() ? exit_failed : exit_done;
 }
 
 /// The library tells failures through its results; its log is for those who look for faults.
@@ -243,7 +244,13 @@ int carry_out(const Parsed& parsed, Output& out, Output& messages)
     Invocation invocation{
         parsed.arguments, options,          parsed.recursive, parsed.long_form, parsed.overwrite,
         parsed.resume,    parsed.summarize, parsed.jobs,      report,           out};
-    command.run(invocation);
+    try {
+        command.run(invocation);
+    } catch (const Usage_Error&) {
+        throw;
+    } catch (const std::exception& error) {
+        report.error("", {exit_failed, error.what()});
+    }
     out.flush();
     const int code = report.finish(interrupt::requested());
     if (!out.failed())
@@ -268,7 +275,8 @@ int parse_and_run(int argc, const char* const* argv, Output& out, Output& messag
                          out);
     } catch (const CLI::CallForVersion& version) {
         out.write(std::string(version.what()) + "\n");
-        return exit_done;
+        out.flush();
+        return out.failed() ? exit_failed : exit_done;
     } catch (const CLI::ParseError& error) {
         const auto chosen = app.get_subcommands();
         if (chosen.empty())
@@ -295,6 +303,7 @@ std::string message_prefix(int argc, const char* const* argv)
 int run(int argc, const char* const* argv) noexcept
 {
     try {
+        occupy_standard_streams();
         Output out(ACE_STDOUT);
         Output messages(ACE_STDERR);
         const std::string prefix = message_prefix(argc, argv);

@@ -8,6 +8,20 @@
 
 namespace cio
 {
+namespace
+{
+
+/// A URI that is refused may hold a password, which must not be shown.
+std::string without_credentials(const std::string& uri)
+{
+    const std::size_t start = uri.find("://");
+    const std::size_t at = uri.rfind('@');
+    if (start == std::string::npos || at == std::string::npos || at < start)
+        return uri;
+    return uri.substr(0, start + 3) + "***" + uri.substr(at);
+}
+
+} // namespace
 
 bool Target::transforms(const std::string& path) const
 {
@@ -31,7 +45,7 @@ Target make_target(const std::string& uri_text, const Client_IO_Base::Options& o
 {
     Target target{uri_text, {}, options, create};
     if (!URI_Parser::parse(uri_text.c_str(), target.uri) || target.uri.path(false).empty())
-        throw Usage_Error(uri_text + ": Invalid URI");
+        throw Usage_Error(without_credentials(uri_text) + ": Invalid URI");
     const std::string host = target.uri.host(false);
     if (target.uri.scheme() == "file" && !host.empty() && host != "localhost")
         throw Usage_Error(uri_text + ": a file URI cannot name another machine (" + host +

@@ -8,6 +8,7 @@
 
 #include <ace/OS_NS_errno.h>
 #include <ace/OS_NS_sys_stat.h>
+#include <algorithm>
 #include <set>
 
 namespace cio
@@ -31,7 +32,7 @@ public:
 private:
     void get_one(Client_IO& io, const std::string& path, const std::string& local,
                  bool local_names_tree, bool local_is_directory);
-    void get_named_file(const std::string& remote, const std::string& local,
+    void get_named_file(const std::string& remote, const std::string& local, bool inside,
                         const Client_IO_Base::Directory_Entry& entry);
     void walk(Client_IO& io, const std::string& remote, const std::string& local);
     bool make_top_directory(const std::string& path);
@@ -63,13 +64,17 @@ void Get::run(const std::vector<std::string>& paths, const std::string& local)
     const bool local_names_tree = paths.size() == 1 && names_entry(local);
     const bool local_is_directory =
         !local_names_tree || (exists && stamp.kind == File_Kind::directory);
+    // Contents of a directory may meet what other paths restore; one after the other they find
+    // what the one before restored, and never write the same file at once.
+    const bool may_meet =
+        paths.size() > 1 && std::any_of(paths.begin(), paths.end(), [](const std::string& path) {
+            return ends_with_separator(path) || target_path(path).empty();
+        });
     for (const std::string& path : paths) {
         if (interrupt::requested())
             break;
         get_one(*io, path, local, local_names_tree, local_is_directory);
-        // Contents of several directories may meet in one; one after the other they find what
-        // the one before stored, and never write the same file at once.
-        if (paths.size() > 1 && ends_with_separator(path))
+        if (may_meet)
             pool_.wait_idle();
     }
     transfer_.report.all_found();
@@ -97,7 +102,8 @@ void Get::get_one(Client_IO& io, const std::string& path, const std::string& loc
             return transfer_.report.error(path, failure);
     }
     if (size != Client_IO_Base::size_of_directory && !entry->is_dir)
-        return get_named_file(remote, local_is_directory ? join_path(local, name) : local, *entry);
+        return get_named_file(remote, local_is_directory ? join_path(local, name) : local,
+                              local_is_directory, *entry);
     const bool into_local = local_names_tree || remote.empty() || ends_with_separator(path);
     const std::string destination = into_local ? local : join_path(local, name);
     const std::optional<std::string> source = transfer_.target.local_path(remote);
@@ -108,14 +114,16 @@ void Get::get_one(Client_IO& io, const std::string& path, const std::string& loc
         walk(io, remote, destination);
 }
 
-void Get::get_named_file(const std::string& remote, const std::string& local,
+/// @param inside  whether the file's own name comes from the target, so that no link of that name
+///                is followed
+void Get::get_named_file(const std::string& remote, const std::string& local, bool inside,
                          const Client_IO_Base::Directory_Entry& entry)
 {
     std::string directory;
     if (dirname_string(local, directory, '/') && !make_top_directory(directory))
         return;
     transfer_.report.file_found(entry.size);
-    pool_.submit({remote, local, {entry.size, entry.mtime}, false});
+    pool_.submit({remote, local, {entry.size, entry.mtime}, inside});
 }
 
 void Get::walk(Client_IO& io, const std::string& remote, const std::string& local)

@@ -13,25 +13,6 @@ namespace cio
 namespace
 {
 
-/// Reads the last bytes of a local file, at most as many as are worth comparing.
-bool read_end(const std::string& path, std::uint64_t size, std::string& end)
-{
-    const std::uint64_t length = std::min(size, worth_continuing);
-    File_Reader reader;
-    char* data = nullptr;
-    std::int64_t got = 0;
-    end.clear();
-    if (!reader.open(path.c_str(), O_RDONLY, File_Options{}, share_all, false) ||
-        reader.seek(static_cast<std::int64_t>(size - length), SEEK_SET) < 0)
-        return false;
-    while (end.size() < length) {
-        if (!reader.read(data, got) || got <= 0)
-            return false;
-        end.append(data, std::min(static_cast<std::uint64_t>(got), length - end.size()));
-    }
-    return true;
-}
-
 /// Removes an unfinished file; never a device or a link that the user named as the destination.
 bool remove_unfinished(const std::string& path)
 {
@@ -64,12 +45,12 @@ void Get_Worker::get(Client_IO& io, const Get_Job& job)
     if (exists && !check_local(job, there))
         return;
 
-    std::string end;
-    std::uint64_t start =
-        exists && transfer_.resume && there.size > 0 ? find_start(job, there, end) : 0;
-    if (!open_remote(io, job, start, end))
+    std::uint64_t start = 0;
+    std::uint64_t compare_from = 0;
+    if (exists && transfer_.resume && there.size > 0)
+        start = find_start(job, there, compare_from);
+    if (!open_remote(io, job, start, compare_from))
         return;
-    start = end.empty() ? 0 : start;
 
     const bool transforms = transfer_.target.transforms(job.remote);
     const std::uint64_t expected = transforms ? Client_IO_Base::size_unknown : io.size();
@@ -117,31 +98,32 @@ bool Get_Worker::check_local(const Get_Job& job, const File_Stamp& there)
 }
 
 /// Where a partial file goes on, 0 = from its start.
-/// @param end  receives the file's last bytes, which the source has to hold at the same place
-std::uint64_t Get_Worker::find_start(const Get_Job& job, const File_Stamp& there, std::string& end)
+/// @param compare_from  receives the place from which it has to be compared with its source
+std::uint64_t Get_Worker::find_start(const Get_Job& job, const File_Stamp& there,
+                                     std::uint64_t& compare_from)
 {
+    const auto record = Resume_Record("get", transfer_.target, job.remote, job.local).load();
     std::string obstacle = obstacle_of_target(transfer_.target, job.remote);
     if (obstacle.empty())
-        obstacle = obstacle_to_continuing(
-            {there.size, there.mtime_seconds()}, job.source, job.source.mtime,
-            Resume_Record("get", transfer_.target, job.remote, job.local).load());
-    if (obstacle.empty() &&
-        (there.kind != File_Kind::file || !read_end(job.local, there.size, end)))
-        obstacle = "it cannot be read";
-    if (obstacle.empty())
+        obstacle = obstacle_to_continuing({there.size, there.mtime_seconds()}, job.source,
+                                          job.source.mtime, record);
+    if (obstacle.empty() && there.kind != File_Kind::file)
+        obstacle = "it is not a regular file";
+    if (obstacle.empty()) {
+        compare_from = start_of_comparison(there.size, record);
         return there.size;
-    end.clear();
+    }
     transfer_.report.note(job.local, "starts again: " + obstacle);
     return 0;
 }
 
 /// Opens the source and reads its first block, so that a source that cannot be read does not
 /// cost the file that stands at the destination.
-/// @param end  what the source has to hold before @p start; emptied, with the source opened at
-///             its beginning, when it does not
-/// @return false when the file failed, which was told
-bool Get_Worker::open_remote(Client_IO& io, const Get_Job& job, std::uint64_t start,
-                             std::string& end)
+/// @param start  where the partial file ends; becomes 0, with the source opened at its beginning,
+///               when the source does not hold the same bytes from @p compare_from to there
+/// @return false when the file failed, which was told, or was interrupted
+bool Get_Worker::open_remote(Client_IO& io, const Get_Job& job, std::uint64_t& start,
+                             std::uint64_t compare_from)
 {
     const auto open = [&](std::uint64_t offset) {
         size_ = 0;
@@ -153,24 +135,46 @@ bool Get_Worker::open_remote(Client_IO& io, const Get_Job& job, std::uint64_t st
         fail(job.remote, failure);
         return false;
     };
-    if (!open(start - end.size()))
+    if (!open(compare_from))
         return false;
-    std::size_t compared = 0;
-    while (compared < end.size()) {
-        const std::size_t n = std::min<std::size_t>(size_, end.size() - compared);
-        if (n == 0 || std::memcmp(data_, end.data() + compared, n) != 0)
-            break;
-        compared += n;
+    const bool same = same_bytes(io, job, compare_from, start);
+    if (interrupt::requested() && start > 0) {
+        (void)io.close();
+        return false;
+    }
+    if (same)
+        return true;
+    transfer_.report.note(job.local, "starts again: it differs from its source");
+    start = 0;
+    return open(0);
+}
+
+/// Whether the partial file and its source hold the same bytes from @p at to @p end. The source's
+/// block behind them is read then.
+bool Get_Worker::same_bytes(Client_IO& io, const Get_Job& job, std::uint64_t at, std::uint64_t end)
+{
+    File_Reader partial;
+    char* ours = nullptr;
+    std::int64_t ours_size = 0;
+    bool same = at == end ||
+                (partial.open(job.local.c_str(), O_RDONLY, local_file_options, share_all, false) &&
+                 partial.seek(static_cast<std::int64_t>(at), SEEK_SET) >= 0);
+    while (same && at < end && !interrupt::requested()) {
+        if (ours_size == 0)
+            same = partial.read(ours, ours_size) && ours_size > 0;
+        if (!same || size_ == 0)
+            return false;
+        const std::uint64_t n = std::min({static_cast<std::uint64_t>(ours_size), size_, end - at});
+        same = std::memcmp(ours, data_, n) == 0;
+        ours += n;
+        ours_size -= static_cast<std::int64_t>(n);
+        at += n;
         data_ += n;
         size_ -= n;
-        if (size_ == 0 && !next_block(io))
-            break;
+        if (same && size_ == 0)
+            same = next_block(io);
     }
-    if (compared == end.size())
-        return true;
-    transfer_.report.note(job.local, "starts again: its end differs from its source");
-    end.clear();
-    return open(0);
+    return same && at == end;
 }
 
 bool Get_Worker::next_block(Client_IO& io)

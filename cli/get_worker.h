@@ -29,8 +29,11 @@ public:
 private:
     void get(Client_IO& io, const Get_Job& job);
     bool check_local(const Get_Job& job, const File_Stamp& there);
-    std::uint64_t find_start(const Get_Job& job, const File_Stamp& there, std::string& end);
-    bool open_remote(Client_IO& io, const Get_Job& job, std::uint64_t start, std::string& end);
+    std::uint64_t find_start(const Get_Job& job, const File_Stamp& there,
+                             std::uint64_t& compare_from);
+    bool open_remote(Client_IO& io, const Get_Job& job, std::uint64_t& start,
+                     std::uint64_t compare_from);
+    bool same_bytes(Client_IO& io, const Get_Job& job, std::uint64_t at, std::uint64_t end);
     bool next_block(Client_IO& io);
     bool open_local(Client_IO& io, const Get_Job& job, bool exists, std::uint64_t start);
     bool move(Client_IO& io, const Get_Job& job, std::uint64_t start, std::uint64_t expected);

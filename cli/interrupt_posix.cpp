@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -19,11 +21,31 @@ static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler needs 
 // between the look at the flag and the wait.
 int wake[2] = {-1, -1};
 
+std::atomic<int> first_signal{0};
+std::atomic<std::int64_t> first_time{0}; // milliseconds
+
+std::int64_t milliseconds()
+{
+    struct timespec now = {};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+// Some programs send their signal to a process and to its group: one request that arrives twice.
+bool is_echo(int signal_number)
+{
+    constexpr std::int64_t echo_time = 500;
+    return signal_number == first_signal.load() && milliseconds() - first_time.load() < echo_time;
+}
+
 void handle(int signal_number)
 {
     const int saved = errno;
-    if (asked.exchange(true, std::memory_order_relaxed)) {
-        // The second one does what it does without this program's doing: end it.
+    if (!asked.exchange(true)) {
+        first_signal.store(signal_number);
+        first_time.store(milliseconds());
+    } else if (!is_echo(signal_number)) {
+        // It does what it does without this program's doing: end it.
         (void)::signal(signal_number, SIG_DFL);
         (void)::raise(signal_number);
     }
@@ -43,7 +65,8 @@ void install()
     }
     struct sigaction action = {};
     ::sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
+    // A write to somebody who does not read has to come back.
+    action.sa_flags = 0;
     action.sa_handler = handle;
     for (const int signal_number : {SIGINT, SIGTERM}) {
         // A shell starts background programs with the signal ignored, and that has to stay.

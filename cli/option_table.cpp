@@ -284,7 +284,7 @@ void read_environment(Object& object)
         {"CIO_ENCRYPTION_IV", "iv"},
     };
     for (const auto& [variable, key] : variables)
-        if (const char* value = ACE_OS::getenv(variable))
+        if (const char* value = ACE_OS::getenv(variable); value != nullptr && *value != '\0')
             set_member(object, std::string("environment variable ") + variable + ": ", key, value);
 }
 
@@ -334,8 +334,10 @@ void read_assignment(Object& object, const std::string& assignment)
 Client_IO_Base::Options read_options(const Option_Sources& sources)
 {
     Object object;
-    if (!sources.file.empty())
-        read_file(object, sources.file);
+    if (sources.file && sources.file->empty())
+        throw Usage_Error("--options needs the name of a file");
+    if (sources.file)
+        read_file(object, *sources.file);
     read_environment(object);
     for (const std::string& assignment : sources.assignments)
         read_assignment(object, assignment);

@@ -2,6 +2,7 @@
 
 #include "client_io/client_io_base.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,7 @@ namespace cio
 /// Where the settings of a connection come from.
 struct Option_Sources
 {
-    std::string file;                     ///< a JSON file, the weakest source; "" = none
+    std::optional<std::string> file;      ///< a JSON file, the weakest source
     std::vector<std::string> assignments; ///< "key=value" each, the strongest source
 };
 

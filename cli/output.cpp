@@ -1,5 +1,6 @@
 #include "cli/output.h"
 
+#include "cli/interrupt.h"
 #include "platform/json/json_value.h"
 #include "platform/runtime/base64.h"
 
@@ -59,6 +60,10 @@ void Output::write_through(const char* data, std::size_t size)
         } else if (written == 0 || ACE_OS::last_error() != EINTR) {
             error_number_ = written == 0 ? EIO : ACE_OS::last_error();
         }
+        // A signal cuts a write short. Whoever reads may not read on for a long time, and an
+        // interruption does not wait for it.
+        if (size > 0 && !failed() && interrupt::requested())
+            error_number_ = EINTR;
     }
 }
 

@@ -7,6 +7,7 @@
 #include "platform/runtime/directory_reader.h"
 
 #include <ace/OS_NS_errno.h>
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -81,13 +82,16 @@ void Put::run(std::vector<Source> sources, const std::string& path)
     const bool path_is_directory = !path_names_tree || io->size(target_path(path).c_str()) ==
                                                            Client_IO_Base::size_of_directory;
     name_sources(sources, target_path(path), path_names_tree, path_is_directory);
+    // Contents of a directory may meet what other sources store; one after the other they find
+    // what the one before stored, and never write the same file at once.
+    const bool may_meet =
+        sources.size() > 1 &&
+        std::any_of(sources.begin(), sources.end(), [](const Source& s) { return s.contents; });
     for (Source& source : sources) {
         if (interrupt::requested())
             break;
         put_one(source);
-        // Contents of several directories may meet in one; one after the other they find what
-        // the one before stored, and never write the same file at once.
-        if (sources.size() > 1 && source.stamp.kind == File_Kind::directory)
+        if (may_meet)
             pool_.wait_idle();
     }
     transfer_.report.all_found();
@@ -131,6 +135,10 @@ void Put::walk(const std::string& local, const std::string& remote)
     int result = 0;
     while (!interrupt::requested() && (result = reader.read(entry)) > 0) {
         const std::string path = join_path(local, entry.name);
+        if (entry.error != 0) {
+            transfer_.report.error(path, system_failure("Failed to examine", entry.error));
+            continue;
+        }
         switch (entry.mode & 0xF000U) {
         case 0x4000U:
             directories.push_back(entry.name);
@@ -148,7 +156,7 @@ void Put::walk(const std::string& local, const std::string& remote)
         empty = false;
     }
     if (result < 0)
-        return transfer_.report.error(
+        transfer_.report.error(
             local, system_failure("Failed to read local directory", ACE_OS::last_error()));
     reader.close();
     if (empty && !remote.empty() && !interrupt::requested())

@@ -58,6 +58,8 @@ void Put_Worker::put(Client_IO& io, const Put_Job& job)
         return fail(job.local, {exit_failed, "Source and target are the same file"});
 
     const std::uint64_t start = transfer_.resume && job.existing ? find_start(io, job, stamp) : 0;
+    if (interrupt::requested())
+        return; // in the midst of comparing, with nothing decided
     if (start == stamp.size && start > 0) {
         transfer_.report.already_there(start);
         transfer_.report.item_done(true);
@@ -95,27 +97,27 @@ std::uint64_t Put_Worker::find_start(Client_IO& io, const Put_Job& job, const Fi
     std::string obstacle = obstacle_of_target(transfer_.target, job.remote);
     if (obstacle.empty() && job.existing->size == 0)
         return 0;
+    const auto record = Resume_Record("put", transfer_.target, job.remote, job.local).load();
     if (obstacle.empty())
-        obstacle = obstacle_to_continuing(
-            *job.existing, {stamp.size, stamp.mtime}, stamp.mtime_seconds(),
-            Resume_Record("put", transfer_.target, job.remote, job.local).load());
-    if (obstacle.empty() && !same_end(io, job, job.existing->size))
-        obstacle = "its end differs from its source";
+        obstacle = obstacle_to_continuing(*job.existing, {stamp.size, stamp.mtime},
+                                          stamp.mtime_seconds(), record);
+    if (obstacle.empty() &&
+        !same_bytes(io, job, start_of_comparison(job.existing->size, record), job.existing->size))
+        obstacle = "it differs from its source";
     if (obstacle.empty())
         return job.existing->size;
     transfer_.report.note(job.local, "starts again: " + obstacle);
     return 0;
 }
 
-/// Whether the last bytes of the partial file are those of its source.
-bool Put_Worker::same_end(Client_IO& io, const Put_Job& job, std::uint64_t size)
+/// Whether the partial file holds the bytes of its source from @p at to its end at @p size.
+bool Put_Worker::same_bytes(Client_IO& io, const Put_Job& job, std::uint64_t at, std::uint64_t size)
 {
-    std::uint64_t at = size - std::min(size, worth_continuing);
     if (!io.open(job.remote.c_str(), Client_IO_Base::mode_read, at, size - at))
         return false;
     bool same = reader_.seek(static_cast<std::int64_t>(at), SEEK_SET) >= 0;
     size_ = 0;
-    while (same && at < size) {
+    while (same && at < size && !interrupt::requested()) {
         const void* theirs = nullptr;
         std::uint64_t length = 0;
         same = io.read(theirs, length) && length > 0;
@@ -133,7 +135,7 @@ bool Put_Worker::same_end(Client_IO& io, const Put_Job& job, std::uint64_t size)
             size_ -= static_cast<std::int64_t>(n);
         }
     }
-    return io.close() && same;
+    return io.close() && same && at == size;
 }
 
 bool Put_Worker::open_remote(Client_IO& io, const Put_Job& job, unsigned mode, std::uint64_t start)
@@ -209,7 +211,7 @@ void Put_Worker::stop(Client_IO& io, const std::string& remote, std::uint64_t po
 {
     (void)io.close();
     if (!transfer_.partial_claimed.test_and_set())
-        return transfer_.report.partial(remote, position);
+        return transfer_.report.partial(remote, position, record != nullptr);
     (void)remove_unfinished(io, remote);
     if (record != nullptr)
         record->remove();
@@ -236,19 +238,32 @@ void Put_Worker::run_standard_input(const std::string& remote)
         return fail(remote, failure);
     const unsigned mode = Client_IO_Base::mode_write |
                           (transfer_.overwrite ? unsigned{Client_IO_Base::mode_overwrite} : 0U);
-    if (!open_remote(*io, job, mode, 0))
-        return;
+    File_Stamp stamp;
+    File_Stamp there;
+    const std::optional<std::string> target = transfer_.target.local_path(remote);
+    if (target && stamp_handle(ACE_STDIN, stamp) && stamp_path(target->c_str(), true, there) &&
+        stamp.same_file(there))
+        return fail(remote, {exit_failed, "Source and target are the same file"});
     std::array<char, 65536> block;
     std::uint64_t position = 0;
+    bool opened = false;
     for (;;) {
-        if (!interrupt::wait_for_input(ACE_STDIN))
+        const bool waited = interrupt::wait_for_input(ACE_STDIN);
+        if (!waited && opened)
             return stop(*io, remote, position, nullptr);
+        if (!waited)
+            return;
         const ssize_t length = ACE_OS::read(ACE_STDIN, block.data(), block.size());
         if (length < 0 && ACE_OS::last_error() == EINTR)
             continue;
-        if (length < 0)
-            return abandon(*io, job, system_failure("Failed to read", ACE_OS::last_error()),
-                           position);
+        if (length < 0) {
+            const Failure unread = system_failure("Failed to read", ACE_OS::last_error());
+            return opened ? abandon(*io, job, unread, position) : fail(remote, unread);
+        }
+        // Only now: input that cannot be read must not cost the file that stands there.
+        opened = opened || open_remote(*io, job, mode, 0);
+        if (!opened)
+            return;
         if (length == 0)
             break;
         if (!io->write(block.data(), static_cast<std::uint64_t>(length)))

@@ -31,7 +31,7 @@ public:
 private:
     void put(Client_IO& io, const Put_Job& job);
     std::uint64_t find_start(Client_IO& io, const Put_Job& job, const File_Stamp& stamp);
-    bool same_end(Client_IO& io, const Put_Job& job, std::uint64_t size);
+    bool same_bytes(Client_IO& io, const Put_Job& job, std::uint64_t at, std::uint64_t size);
     bool open_remote(Client_IO& io, const Put_Job& job, unsigned mode, std::uint64_t start);
     bool move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp, std::uint64_t start);
     bool remove_unfinished(Client_IO& io, const std::string& remote);

@@ -87,12 +87,12 @@ void Reporter::difference(std::string_view path, const char* kind, const std::st
     }
 }
 
-void Reporter::partial(std::string_view path, std::uint64_t bytes)
+void Reporter::partial(std::string_view path, std::uint64_t bytes, bool can_continue)
 {
     const std::lock_guard lock(mutex_);
     message("partial", path,
-            "interrupted: " + std::to_string(bytes) +
-                " bytes of this file are there; --resume continues it",
+            "interrupted: " + std::to_string(bytes) + " bytes of this file are there" +
+                (can_continue ? "; --resume continues it" : ""),
             {{"bytes", bytes}});
 }
 

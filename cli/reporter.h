@@ -42,7 +42,7 @@ public:
     void difference(std::string_view path, const char* kind, const std::string& text,
                     std::int64_t offset = -1);
     /// The one file that an interruption left unfinished.
-    void partial(std::string_view path, std::uint64_t bytes);
+    void partial(std::string_view path, std::uint64_t bytes, bool can_continue = true);
 
     /// A file that will be worked on was found.
     void file_found(std::uint64_t bytes);

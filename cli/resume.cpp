@@ -9,6 +9,7 @@
 #include <ace/OS_NS_stdlib.h>
 #include <ace/OS_NS_unistd.h>
 #include <ace/os_include/os_limits.h>
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -48,6 +49,25 @@ std::string state_directory()
     return {};
 }
 
+std::string absolute(const std::string& path);
+
+/// One name for one place, however the URI was written.
+std::string place_of(const Target& target, const std::string& remote)
+{
+    if (const auto local = target.local_path(remote))
+        return absolute(*local);
+    const std::string path = join_path(target.uri.path(false), remote);
+    std::string names;
+    for (std::size_t at = 0; at < path.size();) {
+        const std::size_t end = std::min(path.find('/', at), path.size());
+        if (end > at)
+            names += '/' + path.substr(at, end - at);
+        at = end + 1;
+    }
+    return target.uri.scheme() + "://" + target.uri.host(true) + ':' +
+           std::to_string(target.uri.port()) + names;
+}
+
 std::string absolute(const std::string& path)
 {
     std::array<char, PATH_MAX + 1> resolved{};
@@ -70,7 +90,7 @@ Resume_Record::Resume_Record(const char* direction, const Target& target, const 
         return;
     std::string key;
     for (const std::string& part :
-         {std::string(direction), target.uri_text, remote, absolute(local)})
+         {std::string(direction), place_of(target, remote), absolute(local)})
         key += part + '\0';
     path_ = join_path(directory, hexadecimal(hash(key, 0)) + hexadecimal(hash(key, key.size())));
     path_ += ".json";
@@ -130,6 +150,11 @@ std::string obstacle_to_continuing(const Partial_File& partial, const Source_Ver
     if (!record && partial.mtime < source_seconds)
         return "its source is newer";
     return {};
+}
+
+std::uint64_t start_of_comparison(std::uint64_t size, const std::optional<Source_Version>& record)
+{
+    return record ? size - std::min(size, worth_continuing) : 0;
 }
 
 std::string obstacle_of_target(const Target& target, const std::string& remote)

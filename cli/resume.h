@@ -26,14 +26,15 @@ struct Partial_File
 };
 
 /// Files from this size on get a record; smaller ones are repeated rather than continued when an
-/// interruption meets them. Also how much of a partial file's end is compared with its source.
+/// interruption meets them. Also how much of a partial file's end is compared with its source when
+/// a record vouches for the rest; without one all of it is compared.
 constexpr std::uint64_t worth_continuing = 1U << 20U;
 
 /// Remembers between two runs from which version of its source a file's transfer was begun.
 ///
 /// One small JSON file a transfer below $XDG_STATE_HOME/cio (or ~/.local/state/cio), named by a
 /// hash of where from and where to. Where it cannot be kept, nothing fails: without a record the
-/// times of source and partial file have to do.
+/// partial file is compared with its source byte by byte.
 class Resume_Record
 {
 public:
@@ -55,6 +56,10 @@ private:
                                                  const Source_Version& source,
                                                  std::int64_t source_seconds,
                                                  const std::optional<Source_Version>& record);
+
+/// Where to begin comparing a partial file of @p size bytes with its source.
+[[nodiscard]] std::uint64_t start_of_comparison(std::uint64_t size,
+                                                const std::optional<Source_Version>& record);
 
 /// Why no file of this name can be continued on this target, empty when it can.
 [[nodiscard]] std::string obstacle_of_target(const Target& target, const std::string& remote);

@@ -14,7 +14,7 @@ namespace cio
 
 /// Local files are moved in blocks that the target takes without copying, and leave the page
 /// cache to others.
-inline constexpr File_Options local_file_options{65536, 33554432, true, 1, 33554432};
+inline constexpr File_Options local_file_options{262144, 33554432, true, 1, 33554432};
 
 /// Sharing of local files on Windows: others may read, write and delete them meanwhile.
 inline constexpr int share_all = 7;

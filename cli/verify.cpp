@@ -110,6 +110,11 @@ void Verify::compare_entry(const std::string& local, const Directory_Reader::Ent
     const bool is_file = ours != nullptr && (ours->mode & 0xF000U) == 0x8000U;
     if (ours == nullptr)
         return report_.difference(remote, "extra", "is in the target only");
+    if (ours->error != 0)
+        return report_.error(local, system_failure("Failed to examine", ours->error));
+    if (!is_file && !ours->is_dir() && theirs != nullptr)
+        return report_.difference(remote, "type",
+                                  "is neither a file nor a directory here, so it cannot be that");
     if (!is_file && !ours->is_dir())
         return report_.skipped(local, "neither a file nor a directory, so nothing is stored");
     if (theirs == nullptr)

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -36,7 +37,7 @@ public:
         weight_ += job.weight();
         jobs_.push_back(std::move(job));
         if (idle_ < jobs_.size() && threads_.size() < most_threads_)
-            threads_.emplace_back([this] { work(); });
+            start_thread();
         available_.notify_one();
     }
 
@@ -61,6 +62,20 @@ public:
     }
 
 private:
+    // The system may have no more threads for us; those that there are do the work then.
+    void start_thread()
+    {
+        try {
+            threads_.emplace_back([this] { work(); });
+        } catch (const std::system_error&) {
+            if (threads_.empty()) {
+                jobs_.clear();
+                weight_ = 0;
+                throw;
+            }
+        }
+    }
+
     void work()
     {
         const std::unique_ptr<Worker> worker = make_worker_();

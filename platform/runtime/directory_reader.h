@@ -13,6 +13,7 @@ class CLIENT_IO_EXPORT Directory_Reader
 public:
     struct Entry
     {
+        int error = 0;          ///< why the entry could not be examined, 0 when it could
         std::string name;       ///< in the system's bytes on POSIX, UTF-8 on Windows
         std::uint32_t mode = 0; ///< file type and permission bits as stat gives them
         std::int64_t mtime = 0; ///< POSIX seconds
@@ -36,6 +37,8 @@ public:
     [[nodiscard]] bool open(const char* path, bool follow_links, std::uint64_t limit);
 
     /// Reads the next entry. An entry that vanished since the directory was opened is passed over.
+    /// One that cannot be examined does not end the listing: it comes with its name and the system
+    /// error number, everything else of it is 0.
     /// @return 1 when @p entry was filled, 0 at the end, -1 on failure (ACE_OS::last_error())
     [[nodiscard]] int read(Entry& entry);
 

@@ -83,12 +83,10 @@ int Directory_Reader::read(Entry& entry)
         const std::string_view name = found->d_name;
         if (name == "." || name == "..")
             continue;
-        struct stat info;
-        if (!state_->examine(*found, info)) {
-            if (errno == ENOENT)
-                continue;
-            return -1;
-        }
+        struct stat info = {};
+        entry.error = state_->examine(*found, info) ? 0 : errno;
+        if (entry.error == ENOENT)
+            continue;
         try {
             entry.name = name;
         } catch (const std::bad_alloc&) {

@@ -1,7 +1,10 @@
+#include "cli/interrupt.h"
+
 #include "platform/json/json_value.h"
 #include "tests/cli/cli_test.h"
 
 #include <csignal>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -91,18 +94,29 @@ TEST_F(Interrupted, InterruptedFileIsContinued)
     EXPECT_GT(fs::file_size(at("target/source")), first);
 }
 
-TEST_F(Interrupted, SecondSignalEndsAtOnce)
+TEST(Interrupt_Signals, ASecondSignalEndsTheProcess)
 {
-    make_endless("target/source");
-    Cio_Process process({"cat", uri(), "source"}, in_here());
-    // Nobody reads on, so it comes to wait in the midst of writing a block, which the first signal
-    // does not end.
-    ASSERT_TRUE(process.read_output((1 << 20) + 5000));
-    process.wait_until_output_waits(62'000);
-    process.send_signal(SIGINT);
-    process.send_signal(SIGTERM);
-    const int code = process.wait_for_end();
-    EXPECT_TRUE(code == ended_by_signal + SIGTERM || code == ended_by_signal + SIGINT) << code;
+    EXPECT_EXIT(
+        {
+            cio::interrupt::install();
+            ::raise(SIGINT);
+            if (cio::interrupt::requested())
+                ::raise(SIGTERM);
+            ::_exit(0);
+        },
+        testing::KilledBySignal(SIGTERM), "");
+}
+
+TEST(Interrupt_Signals, TheSameSignalAtOnceIsTheSameRequest)
+{
+    EXPECT_EXIT(
+        {
+            cio::interrupt::install();
+            ::raise(SIGTERM);
+            ::raise(SIGTERM);
+            ::_exit(cio::interrupt::requested() ? 7 : 0);
+        },
+        testing::ExitedWithCode(7), "");
 }
 
 TEST_F(Interrupted, ComparingAndListingEndAsWell)
@@ -115,4 +129,26 @@ TEST_F(Interrupted, ComparingAndListingEndAsWell)
     const Cio_Result result = process.wait();
     EXPECT_EQ(result.code, 130);
     EXPECT_EQ(result.out.find("\"difference\":"), std::string::npos);
+}
+
+TEST_F(Interrupted, WritingToSomebodyWhoDoesNotReadEndsAtTheFirstSignal)
+{
+    make_endless("target/source");
+    Cio_Process process({"cat", uri(), "source"}, in_here());
+    ASSERT_TRUE(process.read_output((1 << 20) + 5000));
+    process.wait_until_output_waits(62'000);
+    process.send_signal(SIGTERM);
+    EXPECT_EQ(process.wait_for_end(), 130);
+}
+
+TEST_F(Interrupted, OneRequestThatArrivesTwiceStillEndsCleanly)
+{
+    make_endless("source");
+    Cio_Process process({"put", "--json", "source", uri()}, in_here());
+    ASSERT_TRUE(process.wait_for_output("\"progress\""));
+    process.send_signal(SIGTERM);
+    process.send_signal(SIGTERM);
+    const Cio_Result result = process.wait();
+    EXPECT_EQ(result.code, 130);
+    EXPECT_NE(result.out.find("\"partial\""), std::string::npos);
 }

@@ -15,7 +15,7 @@ namespace
 
 Client_IO_Base::Options assigned(std::vector<std::string> assignments)
 {
-    return read_options({"", std::move(assignments)});
+    return read_options({std::nullopt, std::move(assignments)});
 }
 
 std::string refusal(std::vector<std::string> assignments)

@@ -250,3 +250,42 @@ TEST_F(Put_Get, ManyFilesOverSeveralConnectionsArriveWhole)
             EXPECT_EQ(read("back/many/" + path), read("many/" + path)) << path;
         }
 }
+
+TEST_F(Put_Get, AFileAndContentsThatBearItsNameAreNeverWrittenAtOnce)
+{
+    // Large enough that two workers would be in the midst of it together.
+    write("a/f", std::string(40 << 20, 'A'));
+    write("b/f", std::string(40 << 20, 'B'));
+    EXPECT_EQ(cio({"put", "--overwrite", "a/f", "b/", uri(), "p"}).code, 0);
+    EXPECT_TRUE(read("target/p/f") == std::string(40 << 20, 'B'));
+    write("target/f", std::string(40 << 20, 'A'));
+    EXPECT_EQ(cio({"get", "--overwrite", uri(), "f", "p/", "back"}).code, 0);
+    EXPECT_TRUE(read("back/f") == std::string(40 << 20, 'B'));
+}
+
+TEST_F(Put_Get, StandardInputThatCannotBeReadOrIsTheTargetCostsNothing)
+{
+    write("target/a", "precious");
+    const auto shell = [&](const std::string& line) {
+        const std::string command = "cd '" + at(".").string() + "' && '" CIO_PROGRAM "' " + line;
+        return std::system((command + " 2>/dev/null").c_str());
+    };
+    EXPECT_NE(shell("put --overwrite - " + uri() + " a < ."), 0);
+    EXPECT_EQ(read("target/a"), "precious");
+    EXPECT_NE(shell("put --overwrite - " + uri() + " a < target/a"), 0);
+    EXPECT_EQ(read("target/a"), "precious");
+    EXPECT_NE(shell("put - " + uri() + " b <&-"), 0);
+    EXPECT_FALSE(exists("target/b"));
+    EXPECT_NE(shell("ls " + uri() + " >&-"), 0);
+    EXPECT_NE(shell("--version > /dev/full"), 0);
+}
+
+TEST_F(Put_Get, NamedFilesFollowNoLinkBelowLocalEither)
+{
+    write("target/a", "from the target");
+    write("victim", "untouched");
+    fs::create_directory(at("back"));
+    fs::create_symlink(at("victim"), at("back/a"));
+    EXPECT_EQ(cio({"get", "--overwrite", uri(), "a", "back/"}).code, 1);
+    EXPECT_EQ(read("victim"), "untouched");
+}

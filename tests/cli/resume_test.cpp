@@ -129,13 +129,13 @@ TEST_F(Resume, OtherBytesAtTheEndOfThePartialFileStartAgain)
     write("target/stored", partial);
     const Cio_Result stored = put();
     EXPECT_EQ(stored.code, 0);
-    EXPECT_NE(stored.out.find("starts again: its end differs"), std::string::npos);
+    EXPECT_NE(stored.out.find("starts again: it differs"), std::string::npos);
     EXPECT_EQ(read("target/stored"), data_);
 
     write("local", partial);
     const Cio_Result restored = get();
     EXPECT_EQ(restored.code, 0);
-    EXPECT_NE(restored.out.find("starts again: its end differs"), std::string::npos);
+    EXPECT_NE(restored.out.find("starts again: it differs"), std::string::npos);
     EXPECT_EQ(read("local"), data_);
 }
 
@@ -265,4 +265,35 @@ TEST(Resume_Rules, ObstaclesAreFoundInOrder)
     EXPECT_EQ(obstacle_to_continuing({50, 4}, source, 5, source), "");
     EXPECT_EQ(obstacle_to_continuing({50, 5}, source, 5, std::nullopt), "");
     EXPECT_EQ(obstacle_to_continuing({100, 5}, source, 5, std::nullopt), "");
+}
+
+TEST_F(Resume, WithoutARecordEveryByteOfTheExistingPartIsCompared)
+{
+    // The same size, the same end, a time before the stored file's: only the bytes tell.
+    std::string changed = data_;
+    changed[100] = static_cast<char>(changed[100] + 1);
+    write("target/stored", changed);
+    const auto earlier = fs::last_write_time(at("target/stored")) - std::chrono::hours(24);
+    fs::last_write_time(at("source"), earlier);
+    const Cio_Result stored = put();
+    EXPECT_EQ(stored.code, 0);
+    EXPECT_NE(stored.out.find("starts again: it differs"), std::string::npos);
+    EXPECT_EQ(cio({"verify", "source", uri(), "stored"}).code, 0);
+
+    fs::last_write_time(at("target/stored"), earlier);
+    write("local", changed.substr(0, 1'500'000));
+    const Cio_Result restored = get();
+    EXPECT_EQ(restored.code, 0);
+    EXPECT_NE(restored.out.find("starts again: it differs"), std::string::npos);
+    EXPECT_EQ(cio({"verify", "local", uri(), "stored"}).code, 0);
+}
+
+TEST_F(Resume, ARecordIsFoundHoweverTheTargetWasWritten)
+{
+    const cio::Target plain = cio::make_target(uri(), {}, true);
+    const cio::Target slashes = cio::make_target(uri() + "//", {}, true);
+    const Resume_Record written("put", plain, "stored", at("source").string());
+    written.store({1, 2});
+    EXPECT_TRUE(Resume_Record("put", slashes, "stored", at("source").string()).load());
+    written.remove();
 }
