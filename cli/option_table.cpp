@@ -250,7 +250,7 @@ std::string read_small_file(const std::string& path)
     std::string text;
     char* data = nullptr;
     std::int64_t size = 0;
-    if (!reader.open(path.c_str(), O_RDONLY, File_Options{}, 7, false))
+    if (!reader.open(path.c_str(), O_RDONLY, File_Options{}, share_all, false))
         refuse(POSIX_Error(reader.last_error(), 1).str());
     do {
         if (!reader.read(data, size))

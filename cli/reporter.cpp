@@ -77,6 +77,7 @@ void Reporter::difference(std::string_view path, const char* kind, const std::st
     ++differences_;
     if (settings_.json) {
         json_spirit::Object members{{"difference", kind}};
+        add_bytes(members, "path", path); // also the root's, which is empty
         if (offset >= 0)
             members["offset"] = offset;
         message("difference", path, text, std::move(members));

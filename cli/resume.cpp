@@ -104,7 +104,7 @@ std::optional<Source_Version> Resume_Record::load() const
     json_spirit::Value document;
     Source_Version version;
     const bool read =
-        !path_.empty() && reader.open(path_.c_str(), O_RDONLY, File_Options{}, 7, false) &&
+        !path_.empty() && reader.open(path_.c_str(), O_RDONLY, File_Options{}, share_all, false) &&
         reader.read(data, size) && size > 0 && static_cast<std::uint64_t>(size) <= largest_record &&
         loads_json(std::string(data, static_cast<std::size_t>(size)), document) &&
         document.is_object();
@@ -127,7 +127,7 @@ void Resume_Record::store(const Source_Version& version) const
     const std::string temporary = path_ + ".new";
     File_Writer writer;
     const bool written =
-        writer.open(temporary.c_str(), O_CREAT | O_TRUNC, true, 7, File_Options{}) &&
+        writer.open(temporary.c_str(), O_CREAT | O_TRUNC, true, share_all, File_Options{}) &&
         writer.write(text.data(), text.size(), nullptr) && writer.close();
     if (!written || ACE_OS::rename(temporary.c_str(), path_.c_str()) != 0)
         (void)ACE_OS::unlink(temporary.c_str());

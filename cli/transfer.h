@@ -16,9 +16,6 @@ namespace cio
 /// cache to others.
 inline constexpr File_Options local_file_options{262144, 33554432, true, 1, 33554432};
 
-/// Sharing of local files on Windows: others may read, write and delete them meanwhile.
-inline constexpr int share_all = 7;
-
 /// What all the workers of one put or get share.
 struct Transfer
 {

@@ -132,6 +132,7 @@ try {
     return connect_stack(make_backend(scheme->family), scheme->protocol, uri, stack_options,
                          options);
 } catch (const std::bad_alloc&) {
+    io_.reset(); // for the reason of refuse_connection()
     return out_of_memory();
 }
 

@@ -151,3 +151,12 @@ TEST_F(Json, SkippedThingsAreWarnings)
     EXPECT_EQ(warnings[0]["path"], "tree/link");
     EXPECT_EQ(lines(result.out).back()["skipped"], 1);
 }
+
+TEST_F(Json, ADifferenceOfTheRootHasAPathToo)
+{
+    write("file", "F");
+    write("target/a", "A");
+    const auto found = of_type(cio({"verify", "--json", "file", uri(), ""}).out, "difference");
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].at("path"), "");
+}

@@ -1,5 +1,6 @@
 #include "platform/json/json_value.h"
 #include "tests/support/open_facade.h"
+#include "tests/support/temp_directory.h"
 
 #include <ace/OS_NS_errno.h>
 
@@ -115,6 +116,24 @@ TEST(Facade_Without_Memory, ATransferLeavesNoFileOpen)
     EXPECT_FALSE(io.put_stream(stream, "a", true));
     EXPECT_FALSE(io.is_open());
     EXPECT_EQ(ACE_OS::last_error(), ENOMEM);
+}
+
+TEST(Facade_Without_Memory, AHalfBuiltStackIsNotKept)
+{
+    class Starving_Facade : public Open_Facade
+    {
+    public:
+        bool set_encryption(Encryption_Algorithm, const unsigned char*, int, const unsigned char*,
+                            int) override
+        {
+            Starving_IO::starve();
+        }
+    };
+    const Temp_Directory directory;
+    Starving_Facade io;
+    EXPECT_FALSE(io.connect(("file://" + directory.str()).c_str(), Client_IO::Options()));
+    EXPECT_EQ(ACE_OS::last_error(), ENOMEM);
+    EXPECT_EQ(io.io_, nullptr);
 }
 
 TEST(Facade_Without_Memory, DestructionWithAnOpenFileDoesNotEndTheProcess)
