@@ -19,7 +19,9 @@ void run_cat(Invocation& invocation)
         return;
     const void* data = nullptr;
     std::uint64_t size = 0;
-    bool done = io->open(path.c_str(), Client_IO_Base::mode_read, 0, 0);
+    if (!io->open(path.c_str(), Client_IO_Base::mode_read, 0, 0))
+        return invocation.report.error(path, target_failure(*io));
+    bool done = true;
     while (done && !invocation.out.failed() && !interrupt::requested()) {
         done = io->read(data, size);
         if (!done || size == 0)
@@ -30,7 +32,7 @@ void run_cat(Invocation& invocation)
     if (done)
         done = io->close();
     if (!done)
-        invocation.report.error(path, target_failure(*io));
+        invocation.report.error(path, stream_failure(*io));
     else
         invocation.report.item_done(true);
 }
@@ -42,7 +44,7 @@ const Command cat_command = {
     "URI PATH",
     "Write a file of a target to standard output",
     "cio cat file:///mnt/backup shop.sql | psql shop",
-    0,
+    takes_transforms,
     2,
     2,
     run_cat,

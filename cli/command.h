@@ -36,7 +36,8 @@ enum Command_Option : unsigned
     takes_resume = 16U,
     takes_jobs = 32U,
     takes_summarize = 64U,
-    shows_transfer = 128U, ///< no option: the command moves data
+    shows_transfer = 128U,   ///< no option: the command moves data
+    takes_transforms = 256U, ///< --compress and the like: the command opens files
 };
 
 /// One command: its row in the help and what carries it out.

@@ -66,7 +66,14 @@ std::vector<std::string> guarded_arguments(int argc, const char* const* argv)
         const bool is_command =
             std::none_of(arguments.begin(), arguments.end(),
                          [](const std::string& before) { return before[0] != '-'; });
-        arguments.push_back(is_option || is_command ? argument : guard + argument);
+        // The parser would take the next argument for the value that is empty here.
+        const bool is_empty = is_option && argument.starts_with("--") && argument.ends_with('=');
+        if (is_empty) {
+            arguments.push_back(argument.substr(0, argument.size() - 1));
+            arguments.emplace_back(1, guard);
+        } else {
+            arguments.push_back(is_option || is_command ? argument : guard + argument);
+        }
     }
     std::reverse(arguments.begin(), arguments.end());
     return arguments;
@@ -124,6 +131,39 @@ void read_jobs(const std::string& text, unsigned& jobs)
                                                  std::to_string(most_jobs));
 }
 
+void add_transform_options(CLI::App& app, Transform_Flags& flags)
+{
+    struct Row
+    {
+        const char* name;
+        const char* type;
+        const char* help;
+        std::optional<std::string> Transform_Flags::*value;
+    };
+    static constexpr Row rows[] = {
+        {"--compress", "METHOD",
+         "How files are compressed in the target: none, auto (by the suffixes .zst and .lzo), lzop "
+         "or zstd",
+         &Transform_Flags::compress},
+        {"--level", "N", "Level of the compression (lzop: 1 to 9, zstd: up to 22; default 1)",
+         &Transform_Flags::level},
+        {"--encrypt", "CIPHER",
+         "How files are encrypted in the target: OpenSSL's name of a cipher, such as aes-256-cbc",
+         &Transform_Flags::encrypt},
+        {"--key-file", "FILE",
+         "Read the cipher's key and IV from lines key=HEX and iv=HEX, as openssl enc -P prints",
+         &Transform_Flags::key_file},
+        {"--limit", "RATE",
+         "Most bytes per second as the target stores them (20M, 1.5M, 0 = unlimited), or a "
+         "timetable such as 08:00-18:00=5M,else=0",
+         &Transform_Flags::limit},
+    };
+    for (const Row& row : rows)
+        add_values(app, row.name, row.help, [&flags, value = row.value](std::string text) {
+            flags.*value = std::move(text);
+        })->type_name(row.type);
+}
+
 void add_command_options(CLI::App& app, unsigned options, Parsed& parsed)
 {
     if (options & takes_recursive)
@@ -143,6 +183,8 @@ void add_command_options(CLI::App& app, unsigned options, Parsed& parsed)
         add_values(app, "-j,--jobs", "Files at once, each over its own connection (default 4)",
                    [&parsed](const std::string& value) { read_jobs(value, parsed.jobs); })
             ->type_name("N");
+    if (options & takes_transforms)
+        add_transform_options(app, parsed.options.flags);
     add_values(
         app, "-o,--option", "Set an option of the connection (see cio help options)",
         [&parsed](std::string value) { parsed.options.assignments.push_back(std::move(value)); })
@@ -237,10 +279,13 @@ int carry_out(const Parsed& parsed, Output& out, Output& messages)
         refuse_arguments(command);
     set_log(parsed.debug);
     interrupt::install();
-    const Client_IO_Base::Options options = read_options(parsed.options);
+    std::vector<std::string> warnings;
+    const Client_IO_Base::Options options = read_options(parsed.options, &warnings);
     Reporter report(
         {command.name, parsed.quiet, parsed.json, (command.options & shows_transfer) != 0}, out,
         messages);
+    for (const std::string& warning : warnings)
+        report.warning(warning);
     Invocation invocation{
         parsed.arguments, options,          parsed.recursive, parsed.long_form, parsed.overwrite,
         parsed.resume,    parsed.summarize, parsed.jobs,      report,           out};

@@ -1,6 +1,7 @@
 #include "cli/connection.h"
 
 #include "cli/file_stamp.h"
+#include "cli/limit.h"
 #include "cli/path_rules.h"
 #include "cli/reporter.h"
 
@@ -34,6 +35,12 @@ bool Target::transforms(const std::string& path) const
            compression_suffix_to_value(path.c_str() + dot, COMPRESSION_NONE) != COMPRESSION_NONE;
 }
 
+std::optional<std::uint64_t> Target::contents_size(const std::string& path,
+                                                   std::uint64_t stored) const
+{
+    return transforms(path) ? std::nullopt : std::optional<std::uint64_t>(stored);
+}
+
 std::optional<std::string> Target::local_path(const std::string& path) const
 {
     if (uri.scheme() != "file")
@@ -64,7 +71,9 @@ Client_IO* Connection::open(Failure& failure)
         failure = system_failure("Target directory " + *base, ACE_OS::last_error());
         return nullptr;
     }
-    connected_ = io_.connect(target_.uri, target_.options);
+    Client_IO_Base::Options options = target_.options;
+    divide_limit(options, sharers_);
+    connected_ = io_.connect(target_.uri, options);
     if (connected_)
         return &io_;
     failure = target_failure(io_);

@@ -3,6 +3,7 @@
 #include "cli/failure.h"
 #include "client_io/client_io.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -22,6 +23,9 @@ struct Target
     /// Whether the stored bytes differ from the user's (compressed or encrypted), so that offsets
     /// and sizes of the two have nothing to do with each other.
     bool transforms(const std::string& path) const;
+    /// How many bytes the contents of a file have that takes @p stored bytes in the target; nothing
+    /// when only reading it can tell.
+    std::optional<std::uint64_t> contents_size(const std::string& path, std::uint64_t stored) const;
     /// For a target on this machine the local path of @p path; nothing for others.
     std::optional<std::string> local_path(const std::string& path) const;
 };
@@ -35,7 +39,11 @@ struct Target
 class Connection
 {
 public:
-    explicit Connection(const Target& target) : target_(target) {}
+    /// @param sharers  connections that work at once, this one included, and share the limit of the
+    ///                 options
+    explicit Connection(const Target& target, unsigned sharers = 1)
+        : target_(target), sharers_(sharers)
+    {}
 
     /// @return the connected object, NULL on failure
     [[nodiscard]] Client_IO* open(Failure& failure);
@@ -44,6 +52,7 @@ public:
 
 private:
     const Target& target_;
+    const unsigned sharers_;
     Client_IO io_;
     bool connected_ = false;
 };

@@ -32,6 +32,14 @@ Failure target_failure(const Client_IO& io)
     return failure;
 }
 
+Failure stream_failure(const Client_IO& io)
+{
+    Failure failure = target_failure(io);
+    if (failure.code == exit_not_found || failure.code == exit_exists)
+        failure.code = exit_failed;
+    return failure;
+}
+
 Failure system_failure(const std::string& what, int error_number)
 {
     return {exit_code_of(error_number, false), what + ": " + POSIX_Error(error_number, 1).str()};

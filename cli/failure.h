@@ -31,6 +31,10 @@ public:
 /// next operation on @p io.
 [[nodiscard]] Failure target_failure(const Client_IO& io);
 
+/// The same for the file that is open. Such a file is there, so this is never "not found": a number
+/// that says so was left by an operation before.
+[[nodiscard]] Failure stream_failure(const Client_IO& io);
+
 /// A failure of the local system: "WHAT: TEXT OF THE NUMBER".
 [[nodiscard]] Failure system_failure(const std::string& what, int error_number);
 

@@ -2,6 +2,7 @@
 #include "cli/file_stamp.h"
 #include "cli/get_worker.h"
 #include "cli/interrupt.h"
+#include "cli/limit.h"
 #include "cli/path_rules.h"
 #include "cli/worker_pool.h"
 #include "platform/runtime/path.h"
@@ -23,7 +24,12 @@ class Get
 public:
     Get(Transfer& transfer, unsigned jobs)
         : transfer_(transfer), connection_(transfer.target),
-          pool_(jobs, [&transfer] { return std::make_unique<Get_Worker>(transfer); })
+          pool_(
+              jobs,
+              [&transfer](unsigned workers) {
+                  return std::make_unique<Get_Worker>(transfer, workers);
+              },
+              has_limit(transfer.target.options))
     {}
 
     /// @param paths  as the user wrote them: a '/' at the end asks for a directory's contents
@@ -122,7 +128,7 @@ void Get::get_named_file(const std::string& remote, const std::string& local, bo
     std::string directory;
     if (dirname_string(local, directory, '/') && !make_top_directory(directory))
         return;
-    transfer_.report.file_found(entry.size);
+    transfer_.report.file_found(transfer_.target.contents_size(remote, entry.size));
     pool_.submit({remote, local, {entry.size, entry.mtime}, inside});
 }
 
@@ -143,7 +149,7 @@ void Get::walk(Client_IO& io, const std::string& remote, const std::string& loca
             } else if (entry.is_dir) {
                 directories.push_back(std::move(entry.name));
             } else {
-                transfer_.report.file_found(entry.size);
+                transfer_.report.file_found(transfer_.target.contents_size(path, entry.size));
                 pool_.submit({std::move(path),
                               join_path(local, entry.name),
                               {entry.size, entry.mtime},
@@ -209,8 +215,9 @@ const Command get_command = {
     "URI PATH... LOCAL",
     "Restore files and directories from a target",
     "cio get file:///mnt/backup daily/etc/fstab /tmp/fstab\n"
-    "  cio get --overwrite file:///mnt/backup daily/home/ /home",
-    takes_overwrite | takes_resume | takes_jobs | shows_transfer,
+    "  cio get --overwrite file:///mnt/backup daily/home/ /home\n"
+    "  cio get --compress zstd --encrypt aes-256-cbc --key-file K file:///mnt/b srv /tmp/srv",
+    takes_overwrite | takes_resume | takes_jobs | shows_transfer | takes_transforms,
     3,
     any_number,
     run_get,

@@ -59,17 +59,20 @@ void Get_Worker::get(Client_IO& io, const Get_Job& job)
             ? std::optional<Resume_Record>(std::in_place, "get", transfer_.target, job.remote,
                                            job.local)
             : std::nullopt;
-    if (start == 0 || start != expected) {
+    // Where only the end of the stream tells the size, that end was met behind a complete file.
+    const bool complete = start > 0 && (transforms ? size_ == 0 : start == expected);
+    if (!complete) {
         if (!open_local(io, job, exists, start))
             return;
         if (record)
             record->store(job.source);
-        if (start > 0)
+        if (start > 0 && !transforms)
             transfer_.report.already_there(start);
         if (!move(io, job, start, expected))
             return;
     } else {
-        transfer_.report.already_there(start);
+        if (!transforms)
+            transfer_.report.already_there(start);
         (void)io.close();
     }
     if (record)
@@ -102,15 +105,16 @@ bool Get_Worker::check_local(const Get_Job& job, const File_Stamp& there)
 std::uint64_t Get_Worker::find_start(const Get_Job& job, const File_Stamp& there,
                                      std::uint64_t& compare_from)
 {
+    const bool transforms = transfer_.target.transforms(job.remote);
     const auto record = Resume_Record("get", transfer_.target, job.remote, job.local).load();
-    std::string obstacle = obstacle_of_target(transfer_.target, job.remote);
-    if (obstacle.empty())
-        obstacle = obstacle_to_continuing({there.size, there.mtime_seconds()}, job.source,
-                                          job.source.mtime, record);
+    // The stored size says nothing about that of the contents, which are read from their start
+    // anyway and compared on the way.
+    std::string obstacle = obstacle_to_continuing(
+        {transforms ? 0 : there.size, there.mtime_seconds()}, job.source, job.source.mtime, record);
     if (obstacle.empty() && there.kind != File_Kind::file)
         obstacle = "it is not a regular file";
     if (obstacle.empty()) {
-        compare_from = start_of_comparison(there.size, record);
+        compare_from = transforms ? 0 : start_of_comparison(there.size, record);
         return there.size;
     }
     transfer_.report.note(job.local, "starts again: " + obstacle);
@@ -125,24 +129,28 @@ std::uint64_t Get_Worker::find_start(const Get_Job& job, const File_Stamp& there
 bool Get_Worker::open_remote(Client_IO& io, const Get_Job& job, std::uint64_t& start,
                              std::uint64_t compare_from)
 {
-    const auto open = [&](std::uint64_t offset) {
-        size_ = 0;
-        if (io.open(job.remote.c_str(), Client_IO_Base::mode_read, offset, 0) && next_block(io))
-            return true;
-        const Failure failure = target_failure(io);
+    const auto fail_remote = [&](const Failure& failure) {
         if (io.is_open())
             (void)io.close();
         fail(job.remote, failure);
         return false;
     };
+    const auto open = [&](std::uint64_t offset) {
+        size_ = 0;
+        if (!io.open(job.remote.c_str(), Client_IO_Base::mode_read, offset, 0))
+            return fail_remote(target_failure(io));
+        return next_block(io) || fail_remote(stream_failure(io));
+    };
     if (!open(compare_from))
         return false;
-    const bool same = same_bytes(io, job, compare_from, start);
+    const std::optional<bool> same = same_bytes(io, job, compare_from, start);
     if (interrupt::requested() && start > 0) {
         (void)io.close();
         return false;
     }
-    if (same)
+    if (!same)
+        return fail_remote(stream_failure(io));
+    if (*same)
         return true;
     transfer_.report.note(job.local, "starts again: it differs from its source");
     start = 0;
@@ -151,7 +159,9 @@ bool Get_Worker::open_remote(Client_IO& io, const Get_Job& job, std::uint64_t& s
 
 /// Whether the partial file and its source hold the same bytes from @p at to @p end. The source's
 /// block behind them is read then.
-bool Get_Worker::same_bytes(Client_IO& io, const Get_Job& job, std::uint64_t at, std::uint64_t end)
+/// @return nothing when the source cannot be read, which says nothing about the partial file
+std::optional<bool> Get_Worker::same_bytes(Client_IO& io, const Get_Job& job, std::uint64_t at,
+                                           std::uint64_t end)
 {
     File_Reader partial;
     char* ours = nullptr;
@@ -171,8 +181,8 @@ bool Get_Worker::same_bytes(Client_IO& io, const Get_Job& job, std::uint64_t at,
         at += n;
         data_ += n;
         size_ -= n;
-        if (same && size_ == 0)
-            same = next_block(io);
+        if (same && size_ == 0 && !next_block(io))
+            return std::nullopt;
     }
     return same && at == end;
 }
@@ -226,7 +236,7 @@ bool Get_Worker::move(Client_IO& io, const Get_Job& job, std::uint64_t start,
             return false;
         }
         if (!next_block(io)) {
-            abandon(io, job, target_failure(io), position);
+            abandon_damaged(io, job, position);
             return false;
         }
     }
@@ -235,7 +245,7 @@ bool Get_Worker::move(Client_IO& io, const Get_Job& job, std::uint64_t start,
         return false;
     }
     if (!io.close()) {
-        abandon(io, job, target_failure(io), position);
+        abandon_damaged(io, job, position);
         return false;
     }
     if (source)
@@ -268,6 +278,24 @@ void Get_Worker::abandon(Client_IO& io, const Get_Job& job, Failure failure, std
         Resume_Record("get", transfer_.target, job.remote, job.local).remove();
     else
         failure.text += " (" + std::to_string(position) + " bytes of it stay there)";
+    fail(job.local, failure);
+}
+
+/// Ends a file whose source cannot be read on. When that is compressed or encrypted and will not
+/// get better, what came out of it is removed whatever its size: nothing tells it from a whole
+/// file.
+void Get_Worker::abandon_damaged(Client_IO& io, const Get_Job& job, std::uint64_t position)
+{
+    Failure failure = stream_failure(io);
+    const bool hopeless = transfer_.target.transforms(job.remote) && failure.code != exit_retriable;
+    if (!hopeless || position < worth_continuing)
+        return abandon(io, job, failure, position);
+    (void)writer_.close();
+    if (io.is_open())
+        (void)io.close();
+    if (!remove_unfinished(job.local))
+        return abandon(io, job, failure, position);
+    failure.text += " (the " + std::to_string(position) + " bytes before that were removed)";
     fail(job.local, failure);
 }
 

@@ -22,7 +22,10 @@ struct Get_Job
 class Get_Worker
 {
 public:
-    explicit Get_Worker(Transfer& transfer) : transfer_(transfer), connection_(transfer.target) {}
+    /// @param workers  how many share the transfer's limit
+    explicit Get_Worker(Transfer& transfer, unsigned workers = 1)
+        : transfer_(transfer), connection_(transfer.target, workers)
+    {}
 
     void run(const Get_Job& job);
 
@@ -33,12 +36,14 @@ private:
                              std::uint64_t& compare_from);
     bool open_remote(Client_IO& io, const Get_Job& job, std::uint64_t& start,
                      std::uint64_t compare_from);
-    bool same_bytes(Client_IO& io, const Get_Job& job, std::uint64_t at, std::uint64_t end);
+    std::optional<bool> same_bytes(Client_IO& io, const Get_Job& job, std::uint64_t at,
+                                   std::uint64_t end);
     bool next_block(Client_IO& io);
     bool open_local(Client_IO& io, const Get_Job& job, bool exists, std::uint64_t start);
     bool move(Client_IO& io, const Get_Job& job, std::uint64_t start, std::uint64_t expected);
     void stop(const Get_Job& job, std::uint64_t position);
     void abandon(Client_IO& io, const Get_Job& job, Failure failure, std::uint64_t position);
+    void abandon_damaged(Client_IO& io, const Get_Job& job, std::uint64_t position);
     void fail(const std::string& path, const Failure& failure)
     {
         transfer_.report.error(path, failure);

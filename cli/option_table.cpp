@@ -2,14 +2,16 @@
 
 #include "cli/failure.h"
 #include "cli/nearest_name.h"
-#include "platform/json/json_value.h"
+#include "cli/transform_flags.h"
+#include "cli/transform_rules.h"
 #include "platform/runtime/base64.h"
 #include "platform/runtime/fixed_block_file.h"
 #include "platform/runtime/posix_error.h"
 
 #include <ace/OS_NS_stdlib.h>
-#include <charconv>
 #include <limits>
+#include <openssl/crypto.h>
+#include <set>
 
 namespace cio
 {
@@ -53,8 +55,8 @@ constexpr Option_Row rows[] = {
     {"compression", Type::compression, "none, auto, lzop or zstd"},
     {"compression_level", Type::int32, "level of the method (needs compression)"},
     {"encryption", Type::encryption, "cipher, by its OpenSSL name such as aes-256-cbc"},
-    {"key", Type::key, "encryption key, base64 (better: CIO_ENCRYPTION_KEY)"},
-    {"iv", Type::iv, "initialization vector, base64 (better: CIO_ENCRYPTION_IV)"},
+    {"key", Type::key, "encryption key, base64 (better: --key-file or CIO_ENCRYPTION_KEY)"},
+    {"iv", Type::iv, "initialization vector, base64 (better: --key-file or CIO_ENCRYPTION_IV)"},
     {"dedup_chunk_size", Type::uint64, "bytes, 0 = as the server wants"},
     {"dedup_max_memory", Type::uint64, "bytes, 0 = default"},
     {"flush_after_write", Type::boolean, "asks the target to store data at once"},
@@ -204,7 +206,7 @@ bool serves(Type type, const Value& value)
                       std::string(nearest_name(key, names)) + "'?");
 }
 
-/// The names that come nearest to a value which should have been a name; "" for other types.
+/// The name that comes nearest to a value which should have been a name; "" for other types.
 std::string name_hint(Type type, const Value& value)
 {
     if (!value.is_string() || (type != Type::compression && type != Type::encryption))
@@ -221,24 +223,89 @@ std::string name_hint(Type type, const Value& value)
             names.emplace_back(name);
         }
     const auto& given = value.get_ref<const std::string&>();
-    return "; '" + given + "' is unknown, did you mean '" +
-           std::string(nearest_name(given, names)) + "'?";
+    return "'" + given + "' is unknown, did you mean '" + std::string(nearest_name(given, names)) +
+           "'?";
 }
 
-void set_member(Object& object, const std::string& where, const std::string& key, Value value)
+void wipe(Value& value)
+{
+    if (auto* text = value.get_ptr<std::string*>())
+        OPENSSL_cleanse(text->data(), text->size());
+}
+
+/// The settings as they are put together; the secret ones are wiped when they go.
+class Settings
+{
+public:
+    Settings() = default;
+    ~Settings()
+    {
+        for (const char* key : {"key", "iv", "secret_key"})
+            if (const auto found = members.find(key); found != members.end())
+                wipe(found->second);
+    }
+    Settings(const Settings&) = delete;
+    Settings& operator=(const Settings&) = delete;
+
+    void set(const std::string& where, const std::string& origin, const std::string& key,
+             Value value);
+    void merge_flag(Flag_Setting setting);
+
+    Object members;
+    Setting_Origins origins;
+    std::set<std::string> assigned; ///< the keys that assignments have set
+};
+
+/// @param where   in front of the text of a refusal
+/// @param origin  where the setting comes from
+void Settings::set(const std::string& where, const std::string& origin, const std::string& key,
+                   Value value)
 {
     const Option_Row* row = find_row(key);
     if (row == nullptr)
         refuse_key(where, key);
-    if (!serves(row->type, value))
+    if (!serves(row->type, value)) {
+        const std::string hint = name_hint(row->type, value);
         throw Usage_Error(where + "option '" + key + "' must be a value of type " +
-                          type_name(row->type) + name_hint(row->type, value));
+                          type_name(row->type) + (hint.empty() ? "" : "; ") + hint);
+    }
+    origins[key] = origin;
     if (row->type != Type::text_object) {
-        object[key] = std::move(value);
+        wipe(members[key]);
+        members[key] = std::move(value);
         return;
     }
-    Value& extra = object.try_emplace(key, Value::object()).first->second;
+    Value& extra = members.try_emplace(key, Value::object()).first->second;
     extra.update(value);
+}
+
+/// Whether two values of an option mean the same, though they may be written differently.
+bool same_setting(Type type, const Value& a, const Value& b)
+{
+    if (type == Type::compression || type == Type::encryption) {
+        const auto number = [type](const Value& name) {
+            const char* text = name.get_ref<const std::string&>().c_str();
+            return type == Type::compression ? compression_name_to_value(text, -1)
+                                             : encryption_name_to_value(text, -1);
+        };
+        return number(a) == number(b);
+    }
+    return a == b;
+}
+
+void Settings::merge_flag(Flag_Setting setting)
+{
+    const std::string flag = setting.flag;
+    const Option_Row& row = *find_row(setting.key);
+    const std::string hint =
+        serves(row.type, setting.value) ? "" : name_hint(row.type, setting.value);
+    if (!hint.empty())
+        throw Usage_Error(flag + ": " + hint);
+    if (assigned.contains(row.key) && !same_setting(row.type, members[row.key], setting.value)) {
+        wipe(setting.value);
+        throw Usage_Error(flag + " and -o " + row.key + " contradict each other");
+    }
+    set(flag + ": ", flag, row.key, std::move(setting.value));
 }
 
 std::string read_small_file(const std::string& path)
@@ -262,7 +329,7 @@ std::string read_small_file(const std::string& path)
     return text;
 }
 
-void read_file(Object& object, const std::string& path)
+void read_file(Settings& settings, const std::string& path)
 {
     const std::string where = "options file " + path + ": ";
     Value document;
@@ -272,10 +339,10 @@ void read_file(Object& object, const std::string& path)
     if (!document.is_object())
         throw Usage_Error(where + "it must hold one JSON object");
     for (const auto& [key, value] : document.items())
-        set_member(object, where, key, value);
+        settings.set(where, "options file " + path, key, value);
 }
 
-void read_environment(Object& object)
+void read_environment(Settings& settings)
 {
     static constexpr std::pair<const char*, const char*> variables[] = {
         {"CIO_ACCESS_KEY", "access_key"},
@@ -284,12 +351,14 @@ void read_environment(Object& object)
         {"CIO_ENCRYPTION_IV", "iv"},
     };
     for (const auto& [variable, key] : variables)
-        if (const char* value = ACE_OS::getenv(variable); value != nullptr && *value != '\0')
-            set_member(object, std::string("environment variable ") + variable + ": ", key, value);
+        if (const char* value = ACE_OS::getenv(variable); value != nullptr && *value != '\0') {
+            const std::string origin = std::string("environment variable ") + variable;
+            settings.set(origin + ": ", origin, key, value);
+        }
 }
 
 /// A value written on the command line as the JSON value that its key asks for; one that does not
-/// look like it stays a string, which set_member() then refuses.
+/// look like it stays a string, which Settings::set() then refuses.
 Value parse_value(Type type, const std::string& text)
 {
     switch (type) {
@@ -312,7 +381,7 @@ Value parse_value(Type type, const std::string& text)
     }
 }
 
-void read_assignment(Object& object, const std::string& assignment)
+void read_assignment(Settings& settings, const std::string& assignment)
 {
     const std::size_t equals = assignment.find('=');
     const std::string key = assignment.substr(0, equals);
@@ -323,36 +392,40 @@ void read_assignment(Object& object, const std::string& assignment)
     if (equals == std::string::npos)
         throw Usage_Error("option '" + key + "' lacks its value (-o " + key + "=VALUE)");
     const std::string text = assignment.substr(equals + 1);
+    const std::string origin = "option '" + std::string(row->key) + "'";
+    settings.assigned.insert(row->key);
     if (extra)
-        set_member(object, "", row->key, Value{{key.substr(extra_prefix.size()), text}});
+        settings.set("", origin, row->key, Value{{key.substr(extra_prefix.size()), text}});
     else
-        set_member(object, "", key, parse_value(row->type, text));
+        settings.set("", origin, key, parse_value(row->type, text));
 }
 
 } // namespace
 
-Client_IO_Base::Options read_options(const Option_Sources& sources)
+Client_IO_Base::Options read_options(const Option_Sources& sources,
+                                     std::vector<std::string>* warnings)
 {
-    Object object;
+    Settings settings;
     if (sources.file && sources.file->empty())
         throw Usage_Error("--options needs the name of a file");
     if (sources.file)
-        read_file(object, *sources.file);
-    read_environment(object);
+        read_file(settings, *sources.file);
+    read_environment(settings);
     for (const std::string& assignment : sources.assignments)
-        read_assignment(object, assignment);
+        read_assignment(settings, assignment);
+    for (Flag_Setting& setting : read_flags(sources.flags, warnings))
+        settings.merge_flag(std::move(setting));
+    check_transforms(settings.members, settings.origins);
 
-    const auto encryption = object.find("encryption");
-    if (encryption != object.end()) {
+    // The library knows "none" as an encryption that nobody asked for.
+    const auto encryption = settings.members.find("encryption");
+    if (encryption != settings.members.end()) {
         const auto& name = encryption->second.get_ref<const std::string&>();
         if (encryption_name_to_value(name.c_str(), -1) == ENCRYPTION_NONE)
-            object.erase(encryption);
-        else if (!object.contains("key"))
-            throw Usage_Error("option 'encryption' needs option 'key' "
-                              "(or the environment variable CIO_ENCRYPTION_KEY)");
+            settings.members.erase(encryption);
     }
     Client_IO_Base::Options options;
-    if (!(options << object))
+    if (!(options << settings.members))
         throw Usage_Error("options 'encryption', 'key' and 'iv' do not serve together");
     return options;
 }
@@ -367,8 +440,11 @@ std::string option_help()
         line.resize(std::max<std::size_t>(line.size() + 1, 28), ' ');
         text += line + type_name(row.type) + "\n" + std::string(28, ' ') + row.help + "\n";
     }
-    text += "\nOther users of the machine can see a command line: give secrets through the\n"
-            "environment or an --options file that only you can read.\n";
+    text +=
+        "\nput, get, cat and verify have --compress, --level, --encrypt, --key-file and --limit\n"
+        "for compression, compression_level, encryption, key and iv, and the limits.\n"
+        "\nOther users of the machine can see a command line: give secrets through --key-file,\n"
+        "the environment or an --options file that only you can read.\n";
     return text;
 }
 

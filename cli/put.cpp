@@ -1,6 +1,7 @@
 #include "cli/command.h"
 #include "cli/file_stamp.h"
 #include "cli/interrupt.h"
+#include "cli/limit.h"
 #include "cli/path_rules.h"
 #include "cli/put_worker.h"
 #include "cli/worker_pool.h"
@@ -30,7 +31,12 @@ class Put
 public:
     Put(Transfer& transfer, unsigned jobs)
         : transfer_(transfer), connection_(transfer.target),
-          pool_(jobs, [&transfer] { return std::make_unique<Put_Worker>(transfer); })
+          pool_(
+              jobs,
+              [&transfer](unsigned workers) {
+                  return std::make_unique<Put_Worker>(transfer, workers);
+              },
+              has_limit(transfer.target.options))
     {}
 
     void run(std::vector<Source> sources, const std::string& path);
@@ -257,8 +263,9 @@ const Command put_command = {
     "Store files and directories (\"-\": standard input) in a target",
     "cio put /etc /home file:///mnt/backup daily\n"
     "  cio put --resume --jobs 8 /srv/data/ file:///mnt/backup data\n"
+    "  cio put --compress zstd --encrypt aes-256-cbc --key-file K --limit 20M /srv file:///mnt/b\n"
     "  pg_dump shop | cio put - file:///mnt/backup shop.sql",
-    takes_overwrite | takes_resume | takes_jobs | shows_transfer,
+    takes_overwrite | takes_resume | takes_jobs | shows_transfer | takes_transforms,
     2,
     any_number,
     run_put,

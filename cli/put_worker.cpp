@@ -91,38 +91,53 @@ void Put_Worker::put(Client_IO& io, const Put_Job& job)
     transfer_.report.item_done(true);
 }
 
-/// Where a partial file goes on, 0 = from its start.
+/// Where a partial file goes on, 0 = from its start; the source's size when nothing is left to do.
 std::uint64_t Put_Worker::find_start(Client_IO& io, const Put_Job& job, const File_Stamp& stamp)
 {
-    std::string obstacle = obstacle_of_target(transfer_.target, job.remote);
-    if (obstacle.empty() && job.existing->size == 0)
-        return 0;
+    const bool transforms = transfer_.target.transforms(job.remote);
     const auto record = Resume_Record("put", transfer_.target, job.remote, job.local).load();
-    if (obstacle.empty())
-        obstacle = obstacle_to_continuing(*job.existing, {stamp.size, stamp.mtime},
-                                          stamp.mtime_seconds(), record);
-    if (obstacle.empty() &&
-        !same_bytes(io, job, start_of_comparison(job.existing->size, record), job.existing->size))
-        obstacle = "it differs from its source";
-    if (obstacle.empty())
-        return job.existing->size;
-    transfer_.report.note(job.local, "starts again: " + obstacle);
+    if (!transforms && job.existing->size == 0)
+        return 0;
+    // What is compressed or encrypted is complete or nothing.
+    const std::uint64_t end = transforms ? stamp.size : job.existing->size;
+    const std::uint64_t at = transforms ? 0 : start_of_comparison(end, record);
+    std::string why = obstacle(job, stamp, transforms, record);
+    if (why.empty() && !same_bytes(io, job, at, end, transforms))
+        why = "it differs from its source";
+    if (why.empty())
+        return end;
+    if (!interrupt::requested())
+        transfer_.report.note(job.local, "starts again: " + why);
     return 0;
 }
 
-/// Whether the partial file holds the bytes of its source from @p at to its end at @p size.
-bool Put_Worker::same_bytes(Client_IO& io, const Put_Job& job, std::uint64_t at, std::uint64_t size)
+/// Why there is no need to compare the existing file with its source, empty when there is.
+std::string Put_Worker::obstacle(const Put_Job& job, const File_Stamp& stamp, bool transforms,
+                                 const std::optional<Source_Version>& record)
 {
-    if (!io.open(job.remote.c_str(), Client_IO_Base::mode_read, at, size - at))
+    if (transforms && record) // it was never completed
+        return obstacle_of_target(transfer_.target, job.remote);
+    // The size of what is stored says nothing about that of its source.
+    const Partial_File existing{transforms ? 0 : job.existing->size, job.existing->mtime};
+    return obstacle_to_continuing(existing, {stamp.size, stamp.mtime}, stamp.mtime_seconds(),
+                                  record);
+}
+
+/// Whether the existing file holds the bytes of its source from @p at to @p end.
+/// @param whole  whether it has to end there as well
+bool Put_Worker::same_bytes(Client_IO& io, const Put_Job& job, std::uint64_t at, std::uint64_t end,
+                            bool whole)
+{
+    if (!io.open(job.remote.c_str(), Client_IO_Base::mode_read, at, whole ? 0 : end - at))
         return false;
     bool same = reader_.seek(static_cast<std::int64_t>(at), SEEK_SET) >= 0;
     size_ = 0;
-    while (same && at < size && !interrupt::requested()) {
-        const void* theirs = nullptr;
-        std::uint64_t length = 0;
-        same = io.read(theirs, length) && length > 0;
+    const void* theirs = nullptr;
+    std::uint64_t length = 0;
+    while (same && at < end && !interrupt::requested()) {
+        same = io.read(theirs, length) && length > 0 && (!whole || length <= end - at);
         const auto* bytes = static_cast<const char*>(theirs);
-        length = std::min(length, size - at);
+        length = std::min(length, end - at);
         at += length;
         while (same && length > 0) {
             if (size_ == 0)
@@ -135,7 +150,9 @@ bool Put_Worker::same_bytes(Client_IO& io, const Put_Job& job, std::uint64_t at,
             size_ -= static_cast<std::int64_t>(n);
         }
     }
-    return io.close() && same && at == size;
+    if (same && whole && at == end)
+        same = io.read(theirs, length) && length == 0;
+    return io.close() && same && at == end;
 }
 
 bool Put_Worker::open_remote(Client_IO& io, const Put_Job& job, unsigned mode, std::uint64_t start)
@@ -167,7 +184,7 @@ bool Put_Worker::move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp
         if (grew)
             break;
         if (!io.write(data_, length)) {
-            abandon(io, job, target_failure(io), position);
+            abandon(io, job, stream_failure(io), position);
             return false;
         }
         position += length;
@@ -187,7 +204,7 @@ bool Put_Worker::move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp
     const bool changed = grew || position != stamp.size || !stamp_handle(reader_.handle(), now) ||
                          now.mtime != stamp.mtime || now.size != stamp.size;
     if (!io.close()) {
-        abandon(io, job, target_failure(io), position);
+        abandon(io, job, stream_failure(io), position);
         return false;
     }
     if (changed)
@@ -205,24 +222,31 @@ bool Put_Worker::remove_unfinished(Client_IO& io, const std::string& remote)
     return io.remove(remote.c_str());
 }
 
-/// Ends an interrupted file: the first one stays as it is and is named, others are removed.
+/// Ends an interrupted file: the first one stays as it is and is named, others are removed. So is
+/// one that cannot be continued, compressed or encrypted, for its stored form would look complete.
+/// @param record  of a file that has a source to go on from; NULL for standard input
 void Put_Worker::stop(Client_IO& io, const std::string& remote, std::uint64_t position,
                       const Resume_Record* record)
 {
     (void)io.close();
-    if (!transfer_.partial_claimed.test_and_set())
+    const bool useless = record != nullptr && transfer_.target.transforms(remote);
+    if (!useless && !transfer_.partial_claimed.test_and_set())
         return transfer_.report.partial(remote, position, record != nullptr);
-    (void)remove_unfinished(io, remote);
-    if (record != nullptr)
+    const bool removed = remove_unfinished(io, remote);
+    if (record != nullptr && removed)
         record->remove();
+    if (useless && !removed)
+        transfer_.report.partial(remote, position, false);
 }
 
-/// Ends a failed file. What is too little to be continued is removed.
+/// Ends a failed file. What is too little to be continued, or cannot be, is removed.
 void Put_Worker::abandon(Client_IO& io, const Put_Job& job, Failure failure, std::uint64_t position)
 {
     if (io.is_open())
         (void)io.close();
-    if (position < worth_continuing && remove_unfinished(io, job.remote))
+    const bool useless = position < worth_continuing ||
+                         (job.local != "-" && transfer_.target.transforms(job.remote));
+    if (useless && remove_unfinished(io, job.remote))
         Resume_Record("put", transfer_.target, job.remote, job.local).remove();
     else
         failure.text += " (" + std::to_string(position) + " bytes of it stay there)";
@@ -267,12 +291,12 @@ void Put_Worker::run_standard_input(const std::string& remote)
         if (length == 0)
             break;
         if (!io->write(block.data(), static_cast<std::uint64_t>(length)))
-            return abandon(*io, job, target_failure(*io), position);
+            return abandon(*io, job, stream_failure(*io), position);
         position += static_cast<std::uint64_t>(length);
         transfer_.report.bytes_moved(static_cast<std::uint64_t>(length));
     }
     if (!io->close())
-        return abandon(*io, job, target_failure(*io), position);
+        return abandon(*io, job, stream_failure(*io), position);
     transfer_.report.item_done(true);
 }
 

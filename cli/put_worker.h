@@ -22,7 +22,10 @@ struct Put_Job
 class Put_Worker
 {
 public:
-    explicit Put_Worker(Transfer& transfer) : transfer_(transfer), connection_(transfer.target) {}
+    /// @param workers  how many share the transfer's limit
+    explicit Put_Worker(Transfer& transfer, unsigned workers = 1)
+        : transfer_(transfer), connection_(transfer.target, workers)
+    {}
 
     void run(const Put_Job& job);
     /// Stores what standard input brings.
@@ -31,7 +34,10 @@ public:
 private:
     void put(Client_IO& io, const Put_Job& job);
     std::uint64_t find_start(Client_IO& io, const Put_Job& job, const File_Stamp& stamp);
-    bool same_bytes(Client_IO& io, const Put_Job& job, std::uint64_t at, std::uint64_t size);
+    std::string obstacle(const Put_Job& job, const File_Stamp& stamp, bool transforms,
+                         const std::optional<Source_Version>& record);
+    bool same_bytes(Client_IO& io, const Put_Job& job, std::uint64_t at, std::uint64_t end,
+                    bool whole);
     bool open_remote(Client_IO& io, const Put_Job& job, unsigned mode, std::uint64_t start);
     bool move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp, std::uint64_t start);
     bool remove_unfinished(Client_IO& io, const std::string& remote);

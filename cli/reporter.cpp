@@ -64,6 +64,12 @@ void Reporter::skipped(std::string_view path, std::string_view why)
     message("warning", path, "skipped: " + std::string(why), {});
 }
 
+void Reporter::warning(std::string_view text)
+{
+    const std::lock_guard lock(mutex_);
+    message("warning", "", "warning: " + std::string(text), {});
+}
+
 void Reporter::note(std::string_view path, std::string_view text)
 {
     const std::lock_guard lock(mutex_);
@@ -97,10 +103,13 @@ void Reporter::partial(std::string_view path, std::uint64_t bytes, bool can_cont
             {{"bytes", bytes}});
 }
 
-void Reporter::file_found(std::uint64_t bytes)
+void Reporter::file_found(std::optional<std::uint64_t> bytes)
 {
     files_found_.fetch_add(1, std::memory_order_relaxed);
-    bytes_found_.fetch_add(bytes, std::memory_order_relaxed);
+    if (bytes)
+        bytes_found_.fetch_add(*bytes, std::memory_order_relaxed);
+    else
+        sizes_known_.store(false, std::memory_order_relaxed);
 }
 
 void Reporter::all_found()
@@ -180,17 +189,18 @@ void Reporter::draw_progress(Clock::Steady_Time now)
     const std::uint64_t bytes = bytes_done_;
     const std::uint64_t total = std::max<std::uint64_t>(bytes_found_, bytes);
     const double rate = seconds > 0 ? static_cast<double>(bytes) / seconds : 0;
-    const bool left_known = all_found_ && rate > 0;
+    const bool total_known = all_found_ && sizes_known_;
+    const bool left_known = total_known && rate > 0;
     const double left = left_known ? static_cast<double>(total - bytes) / rate : 0;
     if (settings_.json) {
         json_spirit::Object line{{"type", "progress"},
                                  {"bytes", bytes},
                                  {"files", files_done_.load()},
                                  {"bytes_per_second", static_cast<std::uint64_t>(rate)}};
-        if (all_found_) {
+        if (total_known)
             line["bytes_total"] = total;
+        if (all_found_)
             line["files_total"] = files_found_.load();
-        }
         if (left_known)
             line["seconds_left"] = static_cast<std::uint64_t>(left);
         json_.write_line(line);
@@ -199,7 +209,7 @@ void Reporter::draw_progress(Clock::Steady_Time now)
     }
     std::string line = "\r";
     line += format_bytes(bytes);
-    if (all_found_)
+    if (total_known)
         line += " of " + format_bytes(total);
     line += "  " + std::to_string(files_done_.load());
     if (all_found_)

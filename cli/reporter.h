@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -36,6 +37,8 @@ public:
     void error(std::string_view path, const Failure& failure);
     /// Something was left out, which the user should know but is no failure.
     void skipped(std::string_view path, std::string_view why);
+    /// Something that the user should change, though nothing was left out.
+    void warning(std::string_view text);
     /// Something worth knowing that changes nothing in the result.
     void note(std::string_view path, std::string_view text);
     /// What verify found. @param offset  first byte that differs, -1 = not about bytes
@@ -45,7 +48,10 @@ public:
     void partial(std::string_view path, std::uint64_t bytes, bool can_continue = true);
 
     /// A file that will be worked on was found.
-    void file_found(std::uint64_t bytes);
+    /// @param bytes  how many will be moved; nothing when that cannot be known, and then no totals
+    /// of
+    ///               bytes are shown
+    void file_found(std::optional<std::uint64_t> bytes);
     /// Everything was found: totals are known from now on.
     void all_found();
     /// Part of a found file need not be moved, because it is there already.
@@ -84,6 +90,7 @@ private:
     std::atomic<std::uint64_t> items_done_{0};
     std::atomic<std::uint64_t> bytes_done_{0};
     std::atomic<bool> all_found_{false};
+    std::atomic<bool> sizes_known_{true};
 
     std::mutex mutex_; // for the streams and what follows
     bool drawn_ = false;

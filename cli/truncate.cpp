@@ -14,6 +14,8 @@ void run_truncate(Invocation& invocation)
     const std::uint64_t size = parse_size(invocation.arguments[2]);
     if (path.empty())
         throw Usage_Error("the target's root is a directory, not a file");
+    if (target.transforms(path))
+        throw Usage_Error("a compressed or encrypted file cannot be cut or extended");
     Connection connection(target);
     Client_IO* io = connection.open(invocation.report);
     if (io == nullptr)

@@ -1,5 +1,6 @@
 #include "cli/file_stamp.h"
 #include "cli/interrupt.h"
+#include "cli/limit.h"
 #include "cli/listing.h"
 #include "cli/path_rules.h"
 #include "cli/verify_worker.h"
@@ -18,9 +19,13 @@ class Verify
 {
 public:
     Verify(const Target& target, Reporter& report, unsigned jobs)
-        : target_(target), report_(report), pool_(jobs, [&target, &report] {
-              return std::make_unique<Verify_Worker>(target, report);
-          })
+        : target_(target), report_(report),
+          pool_(
+              jobs,
+              [&target, &report](unsigned workers) {
+                  return std::make_unique<Verify_Worker>(target, report, workers);
+              },
+              has_limit(target.options))
     {}
 
     void file(const std::string& local, std::uint64_t local_size, const std::string& remote,
@@ -168,7 +173,7 @@ const Command verify_command = {
     "LOCAL URI PATH",
     "Read a file or tree back and compare it with LOCAL; tell each difference",
     "cio verify /home file:///mnt/backup daily/home",
-    takes_jobs | shows_transfer,
+    takes_jobs | shows_transfer | takes_transforms,
     3,
     3,
     run_verify,

@@ -45,7 +45,7 @@ void Verify_Worker::compare(Client_IO& io, const Verify_Job& job)
                                  system_failure("Failed to read local file", reader_.last_error()));
         if (theirs_left == 0) {
             if (!io.read(block, theirs_left))
-                return report_.error(job.remote, target_failure(io));
+                return report_.error(job.remote, stream_failure(io));
             theirs = static_cast<const char*>(block);
         }
         const std::uint64_t length = std::min(static_cast<std::uint64_t>(ours_left), theirs_left);

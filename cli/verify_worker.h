@@ -18,7 +18,10 @@ struct Verify_Job
 class Verify_Worker
 {
 public:
-    Verify_Worker(const Target& target, Reporter& report) : connection_(target), report_(report) {}
+    /// @param workers  how many share the target's limit
+    Verify_Worker(const Target& target, Reporter& report, unsigned workers)
+        : connection_(target, workers), report_(report)
+    {}
 
     void run(const Verify_Job& job);
 

@@ -82,6 +82,7 @@ try {
     if (!prepare_open(path, mode) || !check_random_write(mode) ||
         !io_->open(path, mode, offset, size))
         return false;
+    unclosed_ = write_mode_;
     position_ = static_cast<std::int64_t>(mode == mode_append ? io_->size() : offset);
     return true;
 } catch (const std::bad_alloc&) {
@@ -92,6 +93,7 @@ bool Client_IO::open(const char* path, unsigned mode, const json_spirit::Value& 
 try {
     if (!prepare_open(path, mode) || !check_random_write(mode) || !io_->open(path, mode, extra))
         return false;
+    unclosed_ = write_mode_;
     position_ = mode == mode_append ? static_cast<std::int64_t>(io_->size()) : 0;
     return true;
 } catch (const std::bad_alloc&) {
@@ -105,6 +107,7 @@ bool Client_IO::is_open() const
 
 bool Client_IO::close()
 try {
+    unclosed_ = false; // whatever comes of it, the caller is told
     if (!check_connected() || !check_open())
         return false;
     position_ = -1;
@@ -186,8 +189,11 @@ bool Client_IO::retriable() const
 }
 
 std::string Client_IO::get_config(const char* key) const
-{
+try {
     return is_connected() ? io_->get_config(key) : std::string();
+} catch (const std::bad_alloc&) {
+    ACE_OS::last_error(ENOMEM);
+    return {};
 }
 
 bool Client_IO::writable() const
@@ -228,12 +234,17 @@ bool Client_IO::prepare_open(const char* path, unsigned mode)
         error_ = "Failed to close previous file: " + error();
         return false;
     }
+    if (std::exchange(unclosed_, false)) {
+        position_ = -1;
+        error_ = "Failed to close previous file: the connection was lost";
+        return false;
+    }
     write_mode_ = (mode & mode_access) != mode_read;
     bytes_written_ = write_mode_ ? 0 : -1;
     error_.clear();
     if (auto_compression_)
         set_compression(std::string(path));
-    return true;
+    return io_ != nullptr; // no memory for the transform
 }
 
 void Client_IO::set_error(const char* what, const char* path)

@@ -74,16 +74,19 @@ public:
     /// A write of no bytes succeeds and does nothing.
     bool write(const void* buf, std::uint64_t size) override;
     std::uint64_t size() const override;
-    /// Fails with "Invalid URI" (scheme or path empty), "Protocol not supported", or the text of
-    /// the layer that cannot be had or cannot connect. After one that could not even be tried there
-    /// is nothing left that reconnect() could come back to.
+    /// Fails with "Invalid URI" (scheme or path empty), "Protocol not supported", "Unknown
+    /// compression method %d", "lzop is not supported by this build", or the text of the layer that
+    /// cannot be had or cannot connect. After one that could not even be tried there is nothing
+    /// left that reconnect() could come back to.
     bool connect(const URI& uri, const Options& options) override;
     bool reconnect() override;
     bool is_connected() const override;
-    /// Closes an open file (result ignored) and disconnects; reconnect() comes back.
+    /// Closes an open file (result ignored) and disconnects; reconnect() comes back. Closing may
+    /// take as long as the options' max_retry, like every close().
     void disconnect() override;
     /// Opens a file; one that is open already is closed first, and when that fails the new one is
-    /// not opened ("Failed to close previous file: " and the reason).
+    /// not opened ("Failed to close previous file: " and the reason). Nor is it, once, when the one
+    /// before was open for writing and went with its connection.
     bool open(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size) override;
     bool open(const char* path, unsigned mode, const json_spirit::Value& extra) override;
     bool is_open() const override;
@@ -133,16 +136,24 @@ public:
     virtual bool put_contents(const char* path, const void* data, std::uint64_t size,
                               bool overwrite);
     /// Puts a compression transform on top of the stack in place of the present one.
-    /// COMPRESSION_AUTO changes nothing.
+    /// COMPRESSION_AUTO changes nothing, and nothing is changed while a file is open (the text is
+    /// "A file is already open" then). Out of memory ends the connection and drops the stack, so
+    /// that nothing is stored otherwise than was asked for.
     virtual void set_compression(Compression_Method method);
     /// The same with the method that the suffix of a file name asks for.
     virtual void set_compression(const std::string& file_name);
-    /// Puts an encryption transform on top of the stack.
-    /// @return false ("Unknown encryption algorithm %d") for a number that names no cipher
+    /// Puts an encryption transform into the stack, beneath a compression, in place of the present
+    /// one; the present algorithm again changes nothing, whatever the key. Refused while a file is
+    /// open ("A file is already open").
+    /// @return false ("Unknown encryption algorithm %d") for a number that names no cipher; false
+    /// as
+    ///     well when memory runs out, which ends the connection and drops the stack. A key or IV
+    ///     that does not suit the cipher shows at the next open.
     virtual bool set_encryption(Encryption_Algorithm algorithm, const unsigned char* key,
                                 int key_len, const unsigned char* iv, int iv_len);
 
-    /// Offset of the stream in user bytes, -1 when no file is open.
+    /// Offset of the stream in user bytes, -1 when no file is open. In append mode it counts from
+    /// the size that the target shows, which is that of the stored form.
     std::int64_t tell() const { return position_; }
     /// Protocol of the last connection.
     Protocol protocol() const { return protocol_; }
@@ -200,5 +211,6 @@ private:
     bool close_after_failure();
     bool out_of_memory() noexcept;
 
+    bool unclosed_ = false;  ///< a file was opened for writing and close() not called since
     std::string local_root_; ///< of a target that is a directory here, else empty
 };

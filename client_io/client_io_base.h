@@ -82,7 +82,8 @@ public:
     /// copying read on one open file, not both.
     virtual bool read(const void*& data, std::uint64_t& size) = 0;
     virtual bool flush() = 0;
-    /// Moves the stream to @p offset.
+    /// Moves the stream to @p offset. In a write mode success says as well that the target has what
+    /// was written before.
     /// @param length  bytes that will be accessed there, 0 = unknown
     /// Base: false, not supported, no text.
     virtual bool seek(std::uint64_t offset, std::uint64_t length);
@@ -116,7 +117,11 @@ public:
     /// Whether repeating the operation that failed last may help. Base: false.
     virtual bool retriable() const;
 
-    /// A setting or figure that only some backends know. Base: empty.
+    /// A setting or figure that only some backends know; empty when this one does not.
+    ///
+    /// "file_version" of an open file is a text that becomes another one when the file's contents
+    /// are replaced (an entity tag, a modification time); by it a read that goes on after a
+    /// reconnect notices that it would join two files. Base: empty.
     virtual std::string get_config(const char* key) const;
 
 protected:

@@ -1,5 +1,10 @@
 #include "client_io/client_io.h"
+#include "client_io/evp_io.h"
 #include "client_io/file_io.h"
+#include "client_io/lzop_io.h"
+#include "client_io/rate_control_io.h"
+#include "client_io/resumption_io.h"
+#include "client_io/zstd_io.h"
 #include "platform/runtime/format.h"
 
 #include <array>
@@ -147,21 +152,28 @@ bool Client_IO::connect_stack(std::unique_ptr<Client_IO_Base> backend, Protocol 
     // The transforms go on top in this order, each owning what is below it: retries, rate
     // control, encryption, compression.
     if (stack_options.max_retry != 0 && protocol != PROTOCOL_BTRFS_HTTP)
-        return refuse_connection("Resumption is not supported by this version");
+        io_ = std::make_unique<Resumption_IO>(std::move(io_), stack_options.resumption_buffer_size);
     if (stack_options.max_bytes_per_second != 0 || !stack_options.rate_control.empty())
-        return refuse_connection("Rate control is not supported by this version");
+        io_ = std::make_unique<Rate_Control_IO>(stack_options.max_bytes_per_second,
+                                                stack_options.rate_control, std::move(io_));
     encryption_ = ENCRYPTION_NONE;
+    compression_ = COMPRESSION_NONE;
+    unclosed_ = false;
     if (!set_encryption(stack_options.encryption_algorithm, stack_options.encryption_key,
                         static_cast<int>(stack_options.encryption_key_len),
                         stack_options.encryption_iv,
                         static_cast<int>(stack_options.encryption_iv_len)))
         return refuse_connection(error_);
-    compression_ = COMPRESSION_NONE;
     compression_level_ = stack_options.compression_level;
     auto_compression_ = stack_options.compression == COMPRESSION_AUTO;
-    if (stack_options.compression != COMPRESSION_NONE)
-        return refuse_connection("Compression is not supported by this version");
+    if (compression_value_to_name(stack_options.compression) == nullptr)
+        return refuse_connection(format_text("Unknown compression method %d",
+                                             static_cast<int>(stack_options.compression)));
+    if (stack_options.compression == COMPRESSION_LZOP && !lzop_available())
+        return refuse_connection("lzop is not supported by this build");
     set_compression(stack_options.compression);
+    if (io_ == nullptr)
+        return false;
 
     error_.clear();
     return io_->connect(uri, options);
@@ -183,6 +195,7 @@ bool Client_IO::is_connected() const
 void Client_IO::disconnect()
 try {
     error_.clear();
+    unclosed_ = false;
     if (io_ && io_->is_connected()) {
         if (is_open())
             close();
@@ -238,13 +251,25 @@ try {
 }
 
 void Client_IO::set_compression(Compression_Method method)
-{
+try {
     if (method == compression_ || method == COMPRESSION_AUTO)
+        return;
+    if (!check_no_file_open())
         return;
     if (compression_ != COMPRESSION_NONE && compression_ != COMPRESSION_AUTO)
         take_off_transform();
-    // No compression transform exists yet, so none is put in its place.
     compression_ = COMPRESSION_NONE;
+    if (method == COMPRESSION_LZOP)
+        io_ = std::make_unique<Lzop_IO>(std::move(io_), compression_level_);
+    else if (method == COMPRESSION_ZSTD)
+        io_ = std::make_unique<ZSTD_IO>(std::move(io_), compression_level_);
+    else
+        return;
+    compression_ = method;
+} catch (const std::bad_alloc&) {
+    // There is no result to tell that what is written now would not be compressed.
+    io_.reset();
+    out_of_memory();
 }
 
 void Client_IO::set_compression(const std::string& file_name)
@@ -256,18 +281,32 @@ void Client_IO::set_compression(const std::string& file_name)
     set_compression(static_cast<Compression_Method>(method));
 }
 
-bool Client_IO::set_encryption(Encryption_Algorithm algorithm, const unsigned char* /*key*/,
-                               int /*key_len*/, const unsigned char* /*iv*/, int /*iv_len*/)
+bool Client_IO::set_encryption(Encryption_Algorithm algorithm, const unsigned char* key,
+                               int key_len, const unsigned char* iv, int iv_len)
 try {
     if (algorithm == encryption_)
         return true;
-    if (encryption_value_to_name(algorithm, false) == nullptr) {
+    const char* name = encryption_value_to_name(algorithm, false);
+    if (name == nullptr) {
         error_ = format_text("Unknown encryption algorithm %d", static_cast<int>(algorithm));
         return false;
     }
-    error_ = "Encryption is not supported by this version";
-    return false;
+    if (!check_no_file_open())
+        return false;
+    // The compression stands above, and is put back there.
+    const Compression_Method compression = compression_;
+    set_compression(COMPRESSION_NONE);
+    if (encryption_ != ENCRYPTION_NONE)
+        take_off_transform();
+    encryption_ = ENCRYPTION_NONE;
+    io_ = std::make_unique<EVP_IO>(std::move(io_), name, key, static_cast<std::uint32_t>(key_len),
+                                   iv, static_cast<std::uint32_t>(iv_len));
+    encryption_ = algorithm;
+    set_compression(compression);
+    return io_ != nullptr;
 } catch (const std::bad_alloc&) {
+    // Nothing shall be stored in the clear that was meant to be encrypted.
+    io_.reset();
     return out_of_memory();
 }
 

@@ -10,12 +10,14 @@ Pipe_IO::~Pipe_IO() = default;
 
 std::int64_t Pipe_IO::read(void* buf, std::uint64_t size)
 {
-    return _io ? _io->read(buf, size) : -1;
+    Client_IO_Base* const io = below();
+    return io != nullptr ? io->read(buf, size) : -1;
 }
 
 bool Pipe_IO::write(const void* buf, std::uint64_t size)
 {
-    return _io && _io->write(buf, size);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->write(buf, size);
 }
 
 std::uint64_t Pipe_IO::size() const
@@ -25,12 +27,14 @@ std::uint64_t Pipe_IO::size() const
 
 bool Pipe_IO::connect(const URI& uri, const Options& options)
 {
-    return _io && _io->connect(uri, options);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->connect(uri, options);
 }
 
 bool Pipe_IO::reconnect()
 {
-    return _io && _io->reconnect();
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->reconnect();
 }
 
 bool Pipe_IO::is_connected() const
@@ -40,18 +44,20 @@ bool Pipe_IO::is_connected() const
 
 void Pipe_IO::disconnect()
 {
-    if (_io)
-        _io->disconnect();
+    if (Client_IO_Base* const io = below())
+        io->disconnect();
 }
 
 bool Pipe_IO::open(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size)
 {
-    return _io && _io->open(path, mode, offset, size);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->open(path, mode, offset, size);
 }
 
 bool Pipe_IO::open(const char* path, unsigned mode, const json_spirit::Value& extra)
 {
-    return _io && _io->open(path, mode, extra);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->open(path, mode, extra);
 }
 
 bool Pipe_IO::is_open() const
@@ -61,57 +67,68 @@ bool Pipe_IO::is_open() const
 
 bool Pipe_IO::close()
 {
-    return _io && _io->close();
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->close();
 }
 
 bool Pipe_IO::read(const void*& data, std::uint64_t& size)
 {
-    return _io && _io->read(data, size);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->read(data, size);
 }
 
 bool Pipe_IO::flush()
 {
-    return _io && _io->flush();
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->flush();
 }
 
 bool Pipe_IO::seek(std::uint64_t offset, std::uint64_t length)
 {
-    return _io && _io->seek(offset, length);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->seek(offset, length);
 }
 
 std::uint64_t Pipe_IO::size(const char* path)
 {
-    return _io ? _io->size(path) : size_unknown;
+    Client_IO_Base* const io = below();
+    return io != nullptr ? io->size(path) : size_unknown;
 }
 
 bool Pipe_IO::get_dir(const char* path, std::vector<Directory_Entry>& entries)
 {
-    return _io && _io->get_dir(path, entries);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->get_dir(path, entries);
 }
 
 bool Pipe_IO::make_dir(const char* path, unsigned short mode)
 {
-    return _io && _io->make_dir(path, mode);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->make_dir(path, mode);
 }
 
 bool Pipe_IO::truncate(const char* path, std::uint64_t size)
 {
-    return _io && _io->truncate(path, size);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->truncate(path, size);
 }
 
 bool Pipe_IO::remove(const char* path)
 {
-    return _io && _io->remove(path);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->remove(path);
 }
 
 bool Pipe_IO::copy(const char* src, const char* dst, bool overwrite)
 {
-    return _io && _io->copy(src, dst, overwrite);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->copy(src, dst, overwrite);
 }
 
 bool Pipe_IO::rename(const char* src, const char* dst, bool overwrite)
 {
-    return _io && _io->rename(src, dst, overwrite);
+    Client_IO_Base* const io = below();
+    return io != nullptr && io->rename(src, dst, overwrite);
 }
 
 int Pipe_IO::errnum() const
@@ -172,4 +189,10 @@ bool Pipe_IO::skip(std::uint64_t n, void* buffer, std::uint64_t buffer_size)
         n -= part;
     }
     return true;
+}
+
+Client_IO_Base* Pipe_IO::below()
+{
+    error_.clear();
+    return _io.get();
 }

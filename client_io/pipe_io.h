@@ -8,7 +8,9 @@
 /// every operation to it unchanged. A transform overrides what it changes and nothing else.
 ///
 /// Without a lower layer every operation fails (false, -1, empty). error() is the layer's own
-/// text when it has one, else the lower layer's; errnum() and retriable() are the lower layer's.
+/// text when it has one, else the lower layer's; errnum() and retriable() are the lower layer's. An
+/// operation that is forwarded forgets the layer's own text first, so that a failure of the lower
+/// layer is not hidden by an older one.
 class Pipe_IO : public Client_IO_Base
 {
 public:
@@ -58,4 +60,7 @@ public:
 
 protected:
     std::unique_ptr<Client_IO_Base> _io;
+
+private:
+    Client_IO_Base* below();
 };

@@ -2,6 +2,8 @@
 
 option(CLIENT_IO_TESTS "Build the tests and examples" ON)
 option(CLIENT_IO_BENCHMARKS "Build the micro benchmarks" OFF)
+option(CLIENT_IO_FUZZ "Build the fuzz targets (Clang; see docs/fuzzing.md)" OFF)
+option(CLIENT_IO_LZOP "Build the lzop codec, which needs liblzo2 (GPL)" ON)
 option(CLIENT_IO_WERROR "Treat warnings as errors" ON)
 set(CLIENT_IO_SANITIZE "" CACHE STRING "Sanitizers to build with, e.g. address,undefined")
 option(CLIENT_IO_COVERAGE "Record which lines run" OFF)
@@ -30,8 +32,6 @@ target_compile_options(project_settings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion
     $<$<BOOL:${CLIENT_IO_WERROR}>:-Werror>
     # GCC 12 sees overlaps in std::string that are none (its bug 105329).
-    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
-    # GCC 12 sees overlapping copies in std::string's operator+ where there are none (its bug 105651).
     $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
     # Log messages name source files by their place in the project.
     -fmacro-prefix-map=${CMAKE_SOURCE_DIR}=backup)

@@ -5,6 +5,8 @@ _cio() {
     local previous=${COMP_WORDS[COMP_CWORD - 1]}
     local commands='put get cat ls tree stat du cp mv rm mkdir truncate verify help'
     local common='--help --option --options --json --quiet --debug -o -q -h'
+    local transforms='--compress --level --encrypt --key-file --limit'
+    local ciphers='aes-256-cbc aes-192-cbc aes-128-cbc camellia-256-cbc sm4-cbc none'
     local command='' word i
     COMPREPLY=()
 
@@ -21,7 +23,7 @@ _cio() {
     fi
 
     case $previous in
-    --options)
+    --options | --key-file)
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
@@ -31,14 +33,23 @@ _cio() {
         mapfile -t COMPREPLY < <(compgen -S = -W "$(_cio_keys)" -- "$current")
         return
         ;;
-    -j | --jobs) return ;;
+    --compress)
+        mapfile -t COMPREPLY < <(compgen -W 'none auto lzop zstd' -- "$current")
+        return
+        ;;
+    --encrypt)
+        mapfile -t COMPREPLY < <(compgen -W "$ciphers" -- "$current")
+        return
+        ;;
+    -j | --jobs | --level | --limit) return ;;
     esac
 
     if [[ $current == -* ]]; then
         local own=''
         case $command in
-        put | get) own='--overwrite --resume --jobs -j' ;;
-        verify) own='--jobs -j' ;;
+        put | get) own="--overwrite --resume --jobs -j $transforms" ;;
+        cat) own=$transforms ;;
+        verify) own="--jobs -j $transforms" ;;
         cp | mv) own='--overwrite' ;;
         ls) own='--long --recursive -l -R' ;;
         rm) own='--recursive -r' ;;

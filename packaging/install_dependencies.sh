@@ -6,12 +6,13 @@
 
 build_packages=(
     g++ cmake ninja-build pkg-config
-    libace-dev libssl-dev libboost1.81-dev nlohmann-json3-dev libcli11-dev
+    libace-dev libssl-dev libzstd-dev liblzo2-dev libboost1.81-dev nlohmann-json3-dev libcli11-dev
 )
 # diffutils and the like are on every Debian system; these are not.
 test_packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
-    clang-format clang-tidy doxygen gcovr mandoc shellcheck ccache
+    clang clang-format clang-tidy libclang-rt-14-dev doxygen gcovr mandoc shellcheck ccache
+    lzop openssl zstd
 )
 
 # usage: install_packages PACKAGE...

@@ -1,7 +1,7 @@
 #include "cli/get_worker.h"
 #include "cli/put_worker.h"
 #include "tests/cli/cli_test.h"
-#include "tests/cli/fake_clock.h"
+#include "tests/support/fake_clock.h"
 
 #include <fcntl.h>
 #include <fstream>

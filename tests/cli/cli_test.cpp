@@ -61,6 +61,11 @@ bool Cli_Test::exists(const std::string& name) const
     return fs::exists(fs::symlink_status(at(name)));
 }
 
+bool Cli_Test::shell(const std::string& command) const
+{
+    return std::system(("cd '" + root_.string() + "' && " + command).c_str()) == 0;
+}
+
 void Cli_Test::shift_time(const std::string& name, int seconds) const
 {
     fs::last_write_time(at(name), fs::last_write_time(at(name)) + std::chrono::seconds(seconds));

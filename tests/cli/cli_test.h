@@ -26,6 +26,8 @@ protected:
     void write(const std::string& name, const std::string& contents) const;
     std::string read(const std::string& name) const;
     bool exists(const std::string& name) const;
+    /// Runs a command of the system's shell in the test's directory. @return whether it succeeded
+    bool shell(const std::string& command) const;
     /// Moves a file's modification time; negative seconds: into the past.
     void shift_time(const std::string& name, int seconds) const;
 

@@ -94,13 +94,17 @@ TEST(Option_Table, EveryAssignmentReachesItsField)
 
 TEST(Option_Table, EncryptionNeedsAKeyUnlessItIsNone)
 {
-    const Client_IO_Base::Options options =
-        assigned({"encryption=AES-256-CTR", "key=AAECAw==", "iv=BAU="});
-    EXPECT_EQ(options.encryption_algorithm, ENCRYPTION_AES_256_CTR);
-    EXPECT_EQ(options.encryption_key_len, 4U);
-    EXPECT_EQ(options.encryption_iv_len, 2U);
+    const Client_IO_Base::Options options = assigned(
+        {"encryption=AES-128-CTR", "key=AAECAwQFBgcICQoLDA0ODw==", "iv=Dw4NDAsKCQgHBgUEAwIBAA=="});
+    EXPECT_EQ(options.encryption_algorithm, ENCRYPTION_AES_128_CTR);
+    EXPECT_EQ(options.encryption_key_len, 16U);
+    EXPECT_EQ(options.encryption_key[15], 15U);
+    EXPECT_EQ(options.encryption_iv_len, 16U);
+    EXPECT_EQ(options.encryption_iv[15], 0U);
     EXPECT_EQ(assigned({"encryption=none"}).encryption_algorithm, ENCRYPTION_NONE);
-    EXPECT_NE(refusal({"encryption=aes-256-cbc"}).find("needs option 'key'"), std::string::npos);
+    EXPECT_EQ(refusal({"encryption=aes-256-cbc"}),
+              "cipher aes-256-cbc takes a key of 32 bytes, but none is given (--key-file, option "
+              "'key' or CIO_ENCRYPTION_KEY)");
 }
 
 TEST(Option_Table, UnknownNamesOfMethodsGetTheNearest)

@@ -1,6 +1,6 @@
 #include "cli/reporter.h"
 
-#include "tests/cli/fake_clock.h"
+#include "tests/support/fake_clock.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -99,6 +99,32 @@ TEST(Reporter, TimeLeftWaitsUntilEverythingWasFound)
     EXPECT_EQ(take(streams.terminal),
               "\r20.0 MiB of 100.0 MiB  0 of 1 files  1.0 MiB/s  01:20 left\x1b[K");
     (void)report.finish(false);
+}
+
+TEST(Reporter, WithoutTheSizesOfAllFilesNoTotalOfBytesIsMadeUp)
+{
+    Fake_Clock clock;
+    const Streams streams;
+    Output out(streams.out[1]);
+    Output messages(streams.slave);
+    Reporter report({"get", false, false, true}, out, messages);
+    report.file_found(1 << 20);
+    report.file_found(std::nullopt);
+    report.all_found();
+    clock.time += 1s;
+    report.bytes_moved(1 << 20);
+    EXPECT_EQ(take(streams.terminal), "\r1.0 MiB  0 of 2 files  1.0 MiB/s\x1b[K");
+    Reporter json({"get", false, true, true}, out, messages);
+    json.file_found(std::nullopt);
+    json.all_found();
+    clock.time += 1s;
+    json.bytes_moved(5);
+    const std::string line = take(streams.out[0]);
+    EXPECT_NE(line.find("\"files_total\":1"), std::string::npos) << line;
+    EXPECT_EQ(line.find("bytes_total"), std::string::npos) << line;
+    EXPECT_EQ(line.find("seconds_left"), std::string::npos) << line;
+    (void)report.finish(false);
+    (void)json.finish(false);
 }
 
 TEST(Reporter, NoProgressWithoutATerminalAndNoneWhenQuiet)

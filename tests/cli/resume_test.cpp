@@ -201,16 +201,6 @@ TEST_F(Resume, TransformsMakeContinuingImpossible)
     EXPECT_EQ(cio::obstacle_of_target(target, "a"), "an encrypted file cannot be continued");
 }
 
-TEST_F(Resume, TransformThatIsNotThereFailsBeforeAnythingChanges)
-{
-    fs::resize_file(at("target/stored"), 2'000'000);
-    const Cio_Result result =
-        cio({"put", "--resume", "-o", "compression=zstd", "source", uri(), "stored"});
-    EXPECT_EQ(result.code, 1);
-    EXPECT_NE(result.err, "");
-    EXPECT_EQ(read("target/stored"), data_.substr(0, 2'000'000));
-}
-
 TEST_F(Resume, RecordsAreKeptPerDirectionTargetAndPath)
 {
     const Source_Version version{5, -7};

@@ -88,7 +88,14 @@ int Memory_File_System::create_file(const std::string& path, Node*& node)
     if (const int result = make_dir(parent(name)); result != 0)
         return result == EEXIST ? ENOTDIR : result;
     node = &nodes_[name];
+    node->version = ++last_version_;
     return 0;
+}
+
+void Memory_File_System::begin_again(Node& node)
+{
+    node.bytes.truncate(0);
+    node.version = ++last_version_;
 }
 
 int Memory_File_System::make_dir(const std::string& path)
@@ -146,6 +153,7 @@ int Memory_File_System::copy(const std::string& src, const std::string& dst)
     if (const int result = create_file(dst, to); result != 0)
         return result;
     *to = copied;
+    to->version = ++last_version_;
     return 0;
 }
 

@@ -34,6 +34,7 @@ public:
         bool is_dir = false;
         std::int64_t mtime = 0;
         Sparse_Bytes bytes;
+        std::uint64_t version = 0; ///< another number for every file and every new beginning of one
     };
 
     Memory_File_System();
@@ -42,6 +43,8 @@ public:
     Node* find(const std::string& path);
     /// Creates the file and its missing parents, or finds it.
     int create_file(const std::string& path, Node*& node);
+    /// Empties a file: what is written to it from now on is another file under the same name.
+    void begin_again(Node& node);
     int make_dir(const std::string& path);
     int list(const std::string& path, std::vector<Client_IO_Base::Directory_Entry>& entries) const;
     int remove(const std::string& path);
@@ -53,4 +56,5 @@ private:
     static std::string parent(const std::string& path);
 
     std::map<std::string, Node> nodes_; // "" is the root
+    std::uint64_t last_version_ = 0;
 };

@@ -8,11 +8,21 @@
 /// Storage in memory: a backend that holds to the interface's promises without a deviation.
 ///
 /// Several objects may share one Memory_File_System, one after the other. Texts have the form
-/// "%s %s: %s".
+/// "%s %s: %s". get_config("file_version") of an open file changes when the file is replaced.
+///
+/// In strict mode it also takes down every call that the interface does not provide for at that
+/// moment (before it answers as ever): anything before connect() or without a connection, reading,
+/// writing, flushing, seeking or closing without an open file, writing or flushing what is open for
+/// reading and the other way round, and opening a file or working on paths while a file is open.
 class Memory_IO : public Client_IO_Base
 {
 public:
-    explicit Memory_IO(std::shared_ptr<Memory_File_System> files);
+    /// What strict mode found, in words.
+    using Violations = std::vector<std::string>;
+
+    /// @param violations  turns strict mode on
+    explicit Memory_IO(std::shared_ptr<Memory_File_System> files,
+                       std::shared_ptr<Violations> violations = nullptr);
 
     using Client_IO_Base::open;
 
@@ -20,6 +30,7 @@ public:
     bool write(const void* buf, std::uint64_t size) override;
     std::uint64_t size() const override;
     bool connect(const URI& uri, const Options& options) override;
+    /// Ends an open file, as a new connection does.
     bool reconnect() override;
     bool is_connected() const override { return connected_; }
     /// Ends an open file.
@@ -38,13 +49,25 @@ public:
     bool remove(const char* path) override;
     bool copy(const char* src, const char* dst, bool overwrite) override;
     bool rename(const char* src, const char* dst, bool overwrite) override;
+    std::string get_config(const char* key) const override;
 
 private:
+    /// What has to stand before an operation.
+    enum class Needs
+    {
+        no_file,
+        file,
+        file_to_read,
+        file_to_write,
+    };
+
+    void check_order(const char* operation, Needs needs) const;
     bool fail(const char* text);
     bool fail(const char* what, const std::string& path, int number);
     bool check_open(bool writing);
 
     std::shared_ptr<Memory_File_System> files_;
+    std::shared_ptr<Violations> violations_; ///< NULL: not strict
     bool connected_ = false;
     bool was_connected_ = false;
     bool overwrite_ = false;

@@ -175,51 +175,6 @@ TEST_F(Facade_Transforms, ANewConnectionDestroysTheOldStack)
     EXPECT_EQ(io_.encryption_, ENCRYPTION_NONE);
 }
 
-TEST(Facade_Missing_Transforms, AskingForOneFailsTheConnectWithAText)
-{
-    const auto attempt = [](const std::function<void(Client_IO::Options&)>& change,
-                            const std::string& word) {
-        Client_IO::Options options;
-        options.max_retry = 0;
-        change(options);
-        const auto log = std::make_shared<Recording>();
-        Open_Facade io;
-        EXPECT_FALSE(io.connect_stack(std::make_unique<Recording_IO>(log), Client_IO::PROTOCOL_HTTP,
-                                      URI(), options, options))
-            << word;
-        EXPECT_NE(io.error().find(word), std::string::npos) << io.error();
-        EXPECT_FALSE(io.is_connected()) << word;
-        EXPECT_EQ(log->count("connect("), 0U) << word;
-    };
-    attempt([](auto& o) { o.max_retry = 600; }, "esumption");
-    attempt([](auto& o) { o.max_bytes_per_second = 1000; }, "ate control");
-    attempt([](auto& o) { o.rate_control.emplace_back(0, 3600, 1000); }, "ate control");
-    attempt([](auto& o) { o.compression = COMPRESSION_ZSTD; }, "ompression");
-    attempt([](auto& o) { o.compression = COMPRESSION_LZOP; }, "ompression");
-    attempt(
-        [](auto& o) {
-            EXPECT_TRUE(o.set_encryption_from_binary("aes-256-ctr", std::string(32, 'k'),
-                                                     std::string(16, 'i')));
-        },
-        "ncryption");
-    attempt([](auto& o) { o.encryption_algorithm = static_cast<Encryption_Algorithm>(-1); },
-            "Unknown encryption algorithm -1");
-}
-
-TEST(Facade_Missing_Transforms, AnOperationAfterTheFailedConnectDoesNotGoAroundThem)
-{
-    Client_IO::Options options;
-    options.max_retry = 0;
-    options.compression = COMPRESSION_ZSTD;
-    const auto log = std::make_shared<Recording>();
-    Open_Facade io;
-    ASSERT_FALSE(io.connect_stack(std::make_unique<Recording_IO>(log), Client_IO::PROTOCOL_HTTP,
-                                  URI(), options, options));
-    // A backend whose reconnect() succeeds must not store plain data where a transform was asked.
-    EXPECT_FALSE(io.put_contents("a", "secret", true));
-    EXPECT_EQ(log->written, "");
-}
-
 TEST(Facade_Missing_Transforms, BtrfsConnectionsNeedNoResumption)
 {
     Client_IO::Options options;

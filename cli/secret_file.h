@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+
+namespace cio
+{
+
+/// Reads a small file that holds a secret: into the caller's memory and nowhere else, so that the
+/// caller can wipe it.
+/// @param size     bytes that were read; a file that fills @p buffer may go on
+/// @param exposed  whether the system lets other users read the file
+/// @return false on failure (ACE_OS::last_error())
+[[nodiscard]] bool read_secret_file(const std::string& path, std::span<char> buffer,
+                                    std::size_t& size, bool& exposed);
+
+} // namespace cio

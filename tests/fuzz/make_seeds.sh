@@ -1,0 +1,81 @@
+#!/bin/bash
+# usage: make_seeds.sh TARGET DIRECTORY
+#
+# Makes inputs from which fuzzing (or a replay) starts: files of the standard tools, whole, cut and
+# damaged. The first byte of each tells the target how long the pieces are that it reads.
+set -euo pipefail
+export LC_ALL=C
+
+target=$1 directory=$2
+mkdir -p "$directory"
+cd "$directory"
+
+# usage: seed NAME : standard input as the seeds NAME-*, with several lengths of pieces
+seed()
+{
+    local name=$1 data
+    data=$(mktemp)
+    cat >"$data"
+    for lead in '\001' '\020' '\377'; do
+        { printf '%b' "$lead"; cat "$data"; } >"$name-$((8#${lead#\\}))"
+    done
+    { printf '\020'; head -c 30 "$data"; } >"$name-cut"
+    { printf '\020'; head -c 40 "$data"; printf 'damage'; tail -c +47 "$data"; } >"$name-damaged"
+    rm "$data"
+}
+
+plain()
+{
+    case $1 in
+    empty) ;;
+    text) printf 'one line of text, again and again\n%.0s' {1..100} ;;
+    zeros) head -c 300000 /dev/zero ;;
+    mixed) for i in {1..2000}; do printf '%d %d\n' "$i" $((i * i)); done ;;
+    esac
+}
+
+for kind in empty text zeros mixed; do
+    case $target in
+    lzop)
+        for option in -1 -3 -9 --crc32 --no-checksum; do
+            plain "$kind" | lzop "$option" -c 2>/dev/null | seed "$kind$option"
+        done
+        ;;
+    zstd)
+        for option in -1 -19 --fast=5 --no-check --long=24; do
+            plain "$kind" | zstd -q "$option" -c | seed "$kind$option"
+        done
+        ;;
+    evp)
+        plain "$kind" | openssl enc -aes-256-cbc \
+            -K 6e6f7420736f2073656372657400000000000000000000000000000000000000 \
+            -iv 6e6f7220697320746869730000000000 | seed "$kind"
+        plain "$kind" | seed "$kind-plain"
+        ;;
+    options)
+        break
+        ;;
+    *)
+        echo "make_seeds.sh: no target $target" >&2
+        exit 2
+        ;;
+    esac
+done
+
+case $target in
+lzop) (plain text | lzop -c; plain mixed | lzop -9 -c) | seed two-members ;;
+zstd) (plain text | zstd -q -c; plain mixed | zstd -q -c) | seed two-frames ;;
+options)
+    cat >all <<'END'
+{"overwrite":true,"socket_timeout":30,"max_retry":600,"resumption_buffer_size":1048576,
+"forward":false,"max_bytes_per_second":1000000,
+"rate_control":[{"start_time":28800,"end_time":64800,"max_bytes_per_second":5242880}],
+"compression":"zstd","compression_level":3,"encryption":"aes-256-cbc",
+"key":"AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=","iv":"AAAAAAAAAAAAAAAAAAAAAA==",
+"dedup_chunk_size":65536,"access_key":"a","secret_key":"b","d2t_access_mode":1,
+"node_addrs":[{"node_id":1,"address":"h"}],"extra_opts":{"D2T_RPC_PORT":"8080"}}
+END
+    echo '{"rate_control":[1,{"start_time":"x"}],"node_addrs":{},"extra_opts":[]}' >wrong-types
+    echo '{"encryption":"aes-128-ctr","key":"!","iv":null}' >bad-key
+    ;;
+esac
