@@ -14,6 +14,11 @@ test_packages=(
     clang clang-format clang-tidy libclang-rt-14-dev doxygen gcovr mandoc shellcheck ccache
     lzop openssl zstd
 )
+# What builds for Windows and runs it; the libraries are built by windows/build_dependencies.sh.
+windows_packages=(
+    g++-mingw-w64-x86-64-posix dpkg-dev make perl
+    wine wine64
+)
 
 # usage: install_packages PACKAGE...
 install_packages()
