@@ -1,4 +1,5 @@
 #include "bench/scratch.h"
+#include "platform/runtime/file_system.h"
 #include "platform/runtime/fixed_block_file.h"
 
 #include <ace/OS_NS_unistd.h>
@@ -29,7 +30,7 @@ void reader_blocks(benchmark::State& state)
         std::uint64_t total = 0;
         char* data = nullptr;
         std::int64_t size = 0;
-        bool ok = reader.open(path.c_str(), 0, with_block(state), share_all, false);
+        bool ok = reader.open(path.c_str(), 0, with_block(state), file_system::share_all, false);
         while (ok && (ok = reader.read(data, size)) && size > 0)
             total += static_cast<std::uint64_t>(size);
         if (!ok || total != file_size) {
@@ -52,7 +53,8 @@ void write_file(benchmark::State& state, const File_Options& options, std::uint6
     constexpr std::uint64_t written = 16U << 20U;
     File_Writer writer;
     for (auto _ : state) {
-        bool ok = writer.open(path.c_str(), O_CREAT | O_EXCL, buffered, share_all, options);
+        bool ok =
+            writer.open(path.c_str(), O_CREAT | O_EXCL, buffered, file_system::share_all, options);
         for (std::uint64_t done = 0; ok && done < written; done += piece)
             ok = writer.write(data.data(), piece, nullptr);
         if (!ok || !writer.close() || ACE_OS::unlink(path.c_str()) != 0) {

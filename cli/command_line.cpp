@@ -1,10 +1,12 @@
 #include "cli/command_line.h"
 
 #include "cli/command.h"
+#include "cli/environment.h"
 #include "cli/interrupt.h"
 #include "cli/nearest_name.h"
 #include "cli/option_table.h"
 #include "cli/standard_streams.h"
+#include "platform/runtime/os_error.h"
 #include "platform/runtime/posix_error.h"
 
 #include <CLI/CLI.hpp>
@@ -51,12 +53,11 @@ std::string without_guards(std::string text)
 }
 
 /// The arguments as the parser gets them, the last one first, as it wants them.
-std::vector<std::string> guarded_arguments(int argc, const char* const* argv)
+std::vector<std::string> guarded_arguments(const std::vector<std::string>& given)
 {
     std::vector<std::string> arguments;
     bool only_values = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i];
+    for (const std::string& argument : given) {
         if (argument == "--" && !only_values) {
             only_values = true; // what follows is guarded, so the parser needs no mark
             continue;
@@ -230,9 +231,9 @@ void build(CLI::App& app, Parsed& parsed)
 }
 
 /// Says what is wrong with a command line that holds no known command.
-[[noreturn]] void refuse_command(int argc, const char* const* argv)
+[[noreturn]] void refuse_command(const std::vector<std::string>& arguments)
 {
-    const std::string given = argc > 1 ? argv[1] : "";
+    const std::string given = arguments.empty() ? "" : arguments.front();
     if (given.empty() || given[0] == '-')
         throw Usage_Error(given.empty() ? "a command is missing (see cio --help)"
                                         : "unknown option '" + given + "' (see cio --help)");
@@ -300,19 +301,19 @@ int carry_out(const Parsed& parsed, Output& out, Output& messages)
     const int code = report.finish(interrupt::requested());
     if (!out.failed())
         return code;
-    if (out.error_number() != EPIPE && !parsed.quiet)
+    if (!os_error::is_reader_gone(out.error_number()) && !parsed.quiet)
         messages.write(std::string("cio: ") + command.name +
                        ": standard output: " + POSIX_Error(out.error_number(), 1).str() + "\n");
     return code == exit_done ? exit_failed : code;
 }
 
-int parse_and_run(int argc, const char* const* argv, Output& out, Output& messages)
+int parse_and_run(const std::vector<std::string>& arguments, Output& out, Output& messages)
 {
     Parsed parsed;
     CLI::App app(about, "cio");
     build(app, parsed);
     try {
-        app.parse(guarded_arguments(argc, argv));
+        app.parse(guarded_arguments(arguments));
     } catch (const CLI::CallForHelp&) {
         const auto chosen = app.get_subcommands();
         return show_help(chosen.empty() ? std::vector<std::string>()
@@ -325,7 +326,7 @@ int parse_and_run(int argc, const char* const* argv, Output& out, Output& messag
     } catch (const CLI::ParseError& error) {
         const auto chosen = app.get_subcommands();
         if (chosen.empty())
-            refuse_command(argc, argv);
+            refuse_command(arguments);
         throw Usage_Error(without_guards(error.what()) + " (see cio " + chosen.front()->get_name() +
                           " --help)");
     }
@@ -335,10 +336,10 @@ int parse_and_run(int argc, const char* const* argv, Output& out, Output& messag
 }
 
 /// "cio: COMMAND: ", as far as the command line names a command.
-std::string message_prefix(int argc, const char* const* argv)
+std::string message_prefix(const std::vector<std::string>& arguments)
 {
     for (const Command* command : commands)
-        if (argc > 1 && std::string_view(argv[1]) == command->name)
+        if (!arguments.empty() && arguments.front() == command->name)
             return std::string("cio: ") + command->name + ": ";
     return "cio: ";
 }
@@ -351,9 +352,10 @@ int run(int argc, const char* const* argv) noexcept
         occupy_standard_streams();
         Output out(ACE_STDOUT);
         Output messages(ACE_STDERR);
-        const std::string prefix = message_prefix(argc, argv);
+        const std::vector<std::string> arguments = program_arguments(argc, argv);
+        const std::string prefix = message_prefix(arguments);
         try {
-            return parse_and_run(argc, argv, out, messages);
+            return parse_and_run(arguments, out, messages);
         } catch (const Usage_Error& error) {
             messages.write(messages.printable(prefix + error.what()) + "\n");
             return exit_usage;

@@ -1,9 +1,11 @@
 #include "cli/connection.h"
 
-#include "cli/file_stamp.h"
 #include "cli/limit.h"
 #include "cli/path_rules.h"
 #include "cli/reporter.h"
+#include "platform/runtime/file_system.h"
+
+#include "platform/runtime/os_error.h"
 
 #include <ace/OS_NS_errno.h>
 
@@ -65,9 +67,9 @@ Client_IO* Connection::open(Failure& failure)
     if (connected_)
         return &io_;
     const std::optional<std::string> base = target_.local_path("");
-    File_Stamp stamp;
+    file_system::Status status;
     // Connecting creates a missing base directory, which a command that only reads shall not.
-    if (base && !target_.create && !stamp_path(base->c_str(), true, stamp)) {
+    if (base && !target_.create && !file_system::status(base->c_str(), true, status)) {
         failure = system_failure("Target directory " + *base, ACE_OS::last_error());
         return nullptr;
     }
@@ -121,7 +123,7 @@ std::optional<Client_IO_Base::Directory_Entry> find_entry(Client_IO& io, const s
     for (Client_IO_Base::Directory_Entry& entry : entries)
         if (entry.name == name)
             return std::move(entry);
-    failure = system_failure("No such entry in the target", ENOENT);
+    failure = system_failure("No such entry in the target", os_error::no_such_file);
     return std::nullopt;
 }
 

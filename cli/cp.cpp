@@ -36,7 +36,7 @@ public:
             if (interrupt::requested())
                 return;
             const std::string below = join_path(source, entry.name);
-            if (!is_safe_entry_name(entry.name))
+            if (!is_entry_name(entry.name))
                 report_.error(below, {exit_failed, "The target lists a name that is not one"});
             else if (entry.is_dir)
                 tree(below, join_path(destination, entry.name));

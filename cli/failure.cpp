@@ -1,9 +1,8 @@
 #include "cli/failure.h"
 
 #include "client_io/client_io.h"
+#include "platform/runtime/os_error.h"
 #include "platform/runtime/posix_error.h"
-
-#include <cerrno>
 
 namespace cio
 {
@@ -12,14 +11,9 @@ Exit_Code exit_code_of(int error_number, bool retriable)
 {
     if (retriable)
         return exit_retriable;
-    switch (error_number) {
-    case ENOENT:
+    if (os_error::is_missing(error_number))
         return exit_not_found;
-    case EEXIST:
-        return exit_exists;
-    default:
-        return exit_failed;
-    }
+    return os_error::is_taken(error_number) ? exit_exists : exit_failed;
 }
 
 Failure target_failure(const Client_IO& io)

@@ -1,14 +1,14 @@
 #include "cli/command.h"
-#include "cli/file_stamp.h"
 #include "cli/get_worker.h"
 #include "cli/interrupt.h"
 #include "cli/limit.h"
+#include "cli/local_path.h"
 #include "cli/path_rules.h"
 #include "cli/worker_pool.h"
+#include "platform/runtime/file_system.h"
 #include "platform/runtime/path.h"
 
 #include <ace/OS_NS_errno.h>
-#include <ace/OS_NS_sys_stat.h>
 #include <algorithm>
 #include <set>
 
@@ -55,7 +55,7 @@ void check_names(const std::vector<std::string>& paths)
     for (const std::string& path : paths) {
         const std::string remote = target_path(path);
         const bool contents = remote.empty() || ends_with_separator(path);
-        if (!contents && !names.insert(last_name(remote)).second)
+        if (!contents && !names.insert(local_spelling(last_name(remote))).second)
             throw Usage_Error("two sources would be restored as '" + last_name(remote) + "'");
     }
 }
@@ -65,11 +65,10 @@ void Get::run(const std::vector<std::string>& paths, const std::string& local)
     Client_IO* io = connection_.open(transfer_.report);
     if (io == nullptr)
         return;
-    File_Stamp stamp;
-    const bool exists = stamp_path(local.c_str(), true, stamp);
-    const bool local_names_tree = paths.size() == 1 && names_entry(local);
-    const bool local_is_directory =
-        !local_names_tree || (exists && stamp.kind == File_Kind::directory);
+    file_system::Status status;
+    const bool exists = file_system::status(local.c_str(), true, status);
+    const bool local_names_tree = paths.size() == 1 && names_local_entry(local);
+    const bool local_is_directory = !local_names_tree || (exists && status.is_directory());
     // Contents of a directory may meet what other paths restore; one after the other they find
     // what the one before restored, and never write the same file at once.
     const bool may_meet =
@@ -125,8 +124,8 @@ void Get::get_one(Client_IO& io, const std::string& path, const std::string& loc
 void Get::get_named_file(const std::string& remote, const std::string& local, bool inside,
                          const Client_IO_Base::Directory_Entry& entry)
 {
-    std::string directory;
-    if (dirname_string(local, directory, '/') && !make_top_directory(directory))
+    const std::string directory = local_parent(local);
+    if (!directory.empty() && !make_top_directory(directory))
         return;
     transfer_.report.file_found(transfer_.target.contents_size(remote, entry.size));
     pool_.submit({remote, local, {entry.size, entry.mtime}, inside});
@@ -139,6 +138,7 @@ void Get::walk(Client_IO& io, const std::string& remote, const std::string& loca
         std::vector<Client_IO_Base::Directory_Entry> entries;
         if (!io.get_dir(remote.c_str(), entries))
             return transfer_.report.error(remote, target_failure(io));
+        std::set<std::string> taken;
         for (Client_IO_Base::Directory_Entry& entry : entries) {
             if (interrupt::requested())
                 return;
@@ -146,6 +146,10 @@ void Get::walk(Client_IO& io, const std::string& remote, const std::string& loca
             if (!is_safe_entry_name(entry.name)) {
                 transfer_.report.error(path, {exit_failed, "The target lists a name that cannot "
                                                            "be the name of a local file"});
+            } else if (is_windows && !taken.insert(local_spelling(entry.name)).second) {
+                // One of them would take the place of the other.
+                transfer_.report.error(path, {exit_failed, "Its name differs only in case from "
+                                                           "another one, which was restored"});
             } else if (entry.is_dir) {
                 directories.push_back(std::move(entry.name));
             } else {
@@ -180,16 +184,15 @@ bool Get::make_top_directory(const std::string& path)
 /// Makes one directory below it. A link that bears its name could lead out of what the user named.
 bool Get::make_directory(const std::string& path)
 {
-    File_Stamp stamp;
-    if (ACE_OS::mkdir(path.c_str(), directory_mode) == 0)
+    file_system::Status status;
+    if (file_system::make_directory(path.c_str(), directory_mode))
         return true;
     Failure failure = system_failure("Failed to create directory", ACE_OS::last_error());
-    if (stamp_path(path.c_str(), false, stamp)) {
-        if (stamp.kind == File_Kind::directory)
+    if (file_system::status(path.c_str(), false, status)) {
+        if (status.is_directory())
             return true;
-        failure = {exit_failed, stamp.kind == File_Kind::link
-                                    ? "Is a symbolic link, which is not followed"
-                                    : "Is a file, not a directory"};
+        failure = {exit_failed, status.is_link() ? "Is a symbolic link, which is not followed"
+                                                 : "Is a file, not a directory"};
     }
     transfer_.report.error(path, failure);
     return false;

@@ -2,10 +2,7 @@
 
 #include "cli/interrupt.h"
 
-#include <ace/OS_NS_errno.h>
-#include <ace/OS_NS_unistd.h>
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 namespace cio
@@ -16,9 +13,16 @@ namespace
 /// Removes an unfinished file; never a device or a link that the user named as the destination.
 bool remove_unfinished(const std::string& path)
 {
-    File_Stamp stamp;
-    return stamp_path(path.c_str(), false, stamp) && stamp.kind == File_Kind::file &&
-           ACE_OS::unlink(path.c_str()) == 0;
+    file_system::Status status;
+    return file_system::status(path.c_str(), false, status) && status.is_file() &&
+           file_system::remove(path.c_str());
+}
+
+/// Whether a local file is in the same state; a file that is missing as well.
+bool is_unchanged(const file_system::Status& before, const file_system::Status& after)
+{
+    return before.device == after.device && before.file == after.file &&
+           before.size == after.size && before.mtime == after.mtime;
 }
 
 } // namespace
@@ -40,8 +44,8 @@ void Get_Worker::run(const Get_Job& job)
 
 void Get_Worker::get(Client_IO& io, const Get_Job& job)
 {
-    File_Stamp there;
-    const bool exists = stamp_path(job.local.c_str(), !job.inside, there);
+    file_system::Status there;
+    const bool exists = file_system::status(job.local.c_str(), !job.inside, there);
     if (exists && !check_local(job, there))
         return;
 
@@ -81,18 +85,19 @@ void Get_Worker::get(Client_IO& io, const Get_Job& job)
 }
 
 /// Whether what stands at the destination may be replaced. @return false when not, which was told
-bool Get_Worker::check_local(const Get_Job& job, const File_Stamp& there)
+bool Get_Worker::check_local(const Get_Job& job, const file_system::Status& there)
 {
     const std::optional<std::string> source = transfer_.target.local_path(job.remote);
-    File_Stamp stamp;
+    file_system::Status status;
     Failure failure;
     if (!transfer_.overwrite && !transfer_.resume)
         failure = {exit_exists, "File already exists"};
-    else if (there.kind == File_Kind::directory)
+    else if (there.is_directory())
         failure = {exit_failed, "Is a directory, not a file"};
-    else if (there.kind == File_Kind::link)
+    else if (there.is_link())
         failure = {exit_failed, "Is a symbolic link, which is not followed"};
-    else if (source && stamp_path(source->c_str(), true, stamp) && stamp.same_file(there))
+    else if (source && file_system::status(source->c_str(), true, status) &&
+             status.is_same_file(there))
         failure = {exit_failed, "Source and destination are the same file"};
     else
         return true;
@@ -102,7 +107,7 @@ bool Get_Worker::check_local(const Get_Job& job, const File_Stamp& there)
 
 /// Where a partial file goes on, 0 = from its start.
 /// @param compare_from  receives the place from which it has to be compared with its source
-std::uint64_t Get_Worker::find_start(const Get_Job& job, const File_Stamp& there,
+std::uint64_t Get_Worker::find_start(const Get_Job& job, const file_system::Status& there,
                                      std::uint64_t& compare_from)
 {
     const bool transforms = transfer_.target.transforms(job.remote);
@@ -111,7 +116,7 @@ std::uint64_t Get_Worker::find_start(const Get_Job& job, const File_Stamp& there
     // anyway and compared on the way.
     std::string obstacle = obstacle_to_continuing(
         {transforms ? 0 : there.size, there.mtime_seconds()}, job.source, job.source.mtime, record);
-    if (obstacle.empty() && there.kind != File_Kind::file)
+    if (obstacle.empty() && !there.is_file())
         obstacle = "it is not a regular file";
     if (obstacle.empty()) {
         compare_from = transforms ? 0 : start_of_comparison(there.size, record);
@@ -166,9 +171,9 @@ std::optional<bool> Get_Worker::same_bytes(Client_IO& io, const Get_Job& job, st
     File_Reader partial;
     char* ours = nullptr;
     std::int64_t ours_size = 0;
-    bool same = at == end ||
-                (partial.open(job.local.c_str(), O_RDONLY, local_file_options, share_all, false) &&
-                 partial.seek(static_cast<std::int64_t>(at), SEEK_SET) >= 0);
+    bool same = at == end || (partial.open(job.local.c_str(), O_RDONLY, local_file_options,
+                                           file_system::share_all, false) &&
+                              partial.seek(static_cast<std::int64_t>(at), SEEK_SET) >= 0);
     while (same && at < end && !interrupt::requested()) {
         if (ours_size == 0)
             same = partial.read(ours, ours_size) && ours_size > 0;
@@ -200,7 +205,8 @@ bool Get_Worker::next_block(Client_IO& io)
 bool Get_Worker::open_local(Client_IO& io, const Get_Job& job, bool exists, std::uint64_t start)
 {
     const int how = start > 0 ? O_APPEND : exists ? O_TRUNC : O_EXCL;
-    if (writer_.open(job.local.c_str(), O_CREAT | how, true, share_all, local_file_options))
+    if (writer_.open(job.local.c_str(), O_CREAT | how, true, file_system::share_all,
+                     local_file_options))
         return true;
     fail(job.local, system_failure("Failed to open local file", writer_.last_error()));
     (void)io.close();
@@ -213,10 +219,10 @@ bool Get_Worker::move(Client_IO& io, const Get_Job& job, std::uint64_t start,
                       std::uint64_t expected)
 {
     const std::optional<std::string> source = transfer_.target.local_path(job.remote);
-    File_Stamp before;
-    File_Stamp after;
+    file_system::Status before;
+    file_system::Status after;
     if (source)
-        (void)stamp_path(source->c_str(), true, before);
+        (void)file_system::status(source->c_str(), true, before);
     std::uint64_t position = start;
     bool changed = false;
     while (size_ > 0) {
@@ -249,8 +255,8 @@ bool Get_Worker::move(Client_IO& io, const Get_Job& job, std::uint64_t start,
         return false;
     }
     if (source)
-        (void)stamp_path(source->c_str(), true, after);
-    changed = changed || before != after ||
+        (void)file_system::status(source->c_str(), true, after);
+    changed = changed || !is_unchanged(before, after) ||
               (expected != Client_IO_Base::size_unknown && position != expected);
     if (changed)
         fail(job.remote, {exit_failed, "changed while it was read (" + std::to_string(position) +

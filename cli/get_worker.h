@@ -1,8 +1,8 @@
 #pragma once
 
-#include "cli/file_stamp.h"
 #include "cli/resume.h"
 #include "cli/transfer.h"
+#include "platform/runtime/file_system.h"
 
 namespace cio
 {
@@ -31,8 +31,8 @@ public:
 
 private:
     void get(Client_IO& io, const Get_Job& job);
-    bool check_local(const Get_Job& job, const File_Stamp& there);
-    std::uint64_t find_start(const Get_Job& job, const File_Stamp& there,
+    bool check_local(const Get_Job& job, const file_system::Status& there);
+    std::uint64_t find_start(const Get_Job& job, const file_system::Status& there,
                              std::uint64_t& compare_from);
     bool open_remote(Client_IO& io, const Get_Job& job, std::uint64_t& start,
                      std::uint64_t compare_from);

@@ -83,17 +83,20 @@ bool requested()
     return asked.load(std::memory_order_relaxed);
 }
 
-bool wait_for_input(ACE_HANDLE handle)
+std::optional<std::int64_t> read_input(ACE_HANDLE handle, std::span<char> buffer)
 {
     struct pollfd ends[] = {{handle, POLLIN, 0}, {wake[0], POLLIN, 0}};
     while (!requested()) {
         const int ready = ::poll(ends, 2, -1);
-        if (ready < 0 && errno != EINTR)
-            return true; // let the read tell what is wrong
-        if (ready > 0 && ends[0].revents != 0)
-            return !requested();
+        // Where waiting fails, reading tells what is wrong.
+        const bool can_read = ready < 0 ? errno != EINTR : ready > 0 && ends[0].revents != 0;
+        if (!can_read || requested())
+            continue;
+        const ssize_t length = ::read(handle, buffer.data(), buffer.size());
+        if (length >= 0 || errno != EINTR)
+            return length;
     }
-    return false;
+    return std::nullopt;
 }
 
 } // namespace cio::interrupt

@@ -1,14 +1,15 @@
 #include "cli/option_table.h"
 
+#include "cli/environment.h"
 #include "cli/failure.h"
 #include "cli/nearest_name.h"
 #include "cli/transform_flags.h"
 #include "cli/transform_rules.h"
 #include "platform/runtime/base64.h"
+#include "platform/runtime/file_system.h"
 #include "platform/runtime/fixed_block_file.h"
 #include "platform/runtime/posix_error.h"
 
-#include <ace/OS_NS_stdlib.h>
 #include <limits>
 #include <openssl/crypto.h>
 #include <set>
@@ -317,7 +318,7 @@ std::string read_small_file(const std::string& path)
     std::string text;
     char* data = nullptr;
     std::int64_t size = 0;
-    if (!reader.open(path.c_str(), O_RDONLY, File_Options{}, share_all, false))
+    if (!reader.open(path.c_str(), O_RDONLY, File_Options{}, file_system::share_all, false))
         refuse(POSIX_Error(reader.last_error(), 1).str());
     do {
         if (!reader.read(data, size))
@@ -351,9 +352,9 @@ void read_environment(Settings& settings)
         {"CIO_ENCRYPTION_IV", "iv"},
     };
     for (const auto& [variable, key] : variables)
-        if (const char* value = ACE_OS::getenv(variable); value != nullptr && *value != '\0') {
+        if (std::string value = environment_variable(variable); !value.empty()) {
             const std::string origin = std::string("environment variable ") + variable;
-            settings.set(origin + ": ", origin, key, value);
+            settings.set(origin + ": ", origin, key, std::move(value));
         }
 }
 

@@ -3,9 +3,9 @@
 #include "cli/interrupt.h"
 #include "platform/json/json_value.h"
 #include "platform/runtime/base64.h"
+#include "platform/runtime/os_error.h"
 
 #include <ace/OS_NS_errno.h>
-#include <ace/OS_NS_unistd.h>
 #include <array>
 #include <chrono>
 
@@ -18,7 +18,7 @@ constexpr std::size_t buffer_size = 65536;
 
 } // namespace
 
-Output::Output(ACE_HANDLE handle) : handle_(handle), terminal_(ACE_OS::isatty(handle) != 0)
+Output::Output(ACE_HANDLE handle) : stream_(handle)
 {
     buffer_.reserve(buffer_size);
 }
@@ -53,24 +53,24 @@ void Output::flush()
 void Output::write_through(const char* data, std::size_t size)
 {
     while (size > 0 && !failed()) {
-        const ssize_t written = ACE_OS::write(handle_, data, size);
+        const std::int64_t written = stream_.write(data, size);
         if (written > 0) {
             data += written;
             size -= static_cast<std::size_t>(written);
-        } else if (written == 0 || ACE_OS::last_error() != EINTR) {
-            error_number_ = written == 0 ? EIO : ACE_OS::last_error();
+        } else if (written == 0 || ACE_OS::last_error() != os_error::interrupted) {
+            error_number_ = written == 0 ? os_error::write_fault : ACE_OS::last_error();
         }
         // A signal cuts a write short. Whoever reads may not read on for a long time, and an
         // interruption does not wait for it.
         if (size > 0 && !failed() && interrupt::requested())
-            error_number_ = EINTR;
+            error_number_ = os_error::interrupted;
     }
 }
 
 std::string Output::printable(std::string_view name) const
 {
     std::string result(name);
-    if (terminal_)
+    if (is_terminal())
         for (std::size_t i = 0; i < result.size(); ++i) {
             const auto c = static_cast<unsigned char>(result[i]);
             // U+0080 to U+009F steer terminals as well; in UTF-8 they follow a C2 byte.
@@ -114,6 +114,19 @@ bool is_utf8(std::string_view text)
         i += length;
     }
     return true;
+}
+
+std::size_t whole_characters(std::string_view text)
+{
+    constexpr std::size_t longest = 4;
+    for (std::size_t back = 1; back < longest && back <= text.size(); ++back) {
+        const auto byte = static_cast<unsigned char>(text[text.size() - back]);
+        if ((byte & 0xC0U) == 0x80)
+            continue;
+        const std::size_t length = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC0 ? 2 : 1;
+        return length > back ? text.size() - back : text.size();
+    }
+    return text.size();
 }
 
 std::string format_time(std::int64_t posix_seconds)

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "cli/output_stream.h"
 #include "platform/json/json_spirit.h"
 
-#include <ace/Basic_Types.h>
 #include <string>
 #include <string_view>
 
@@ -25,9 +25,9 @@ public:
     void flush();
 
     bool failed() const { return error_number_ != 0; }
-    /// EPIPE when the reader is gone, which needs no message.
+    /// os_error::is_reader_gone() tells the one that needs no message.
     int error_number() const { return error_number_; }
-    bool is_terminal() const { return terminal_; }
+    bool is_terminal() const { return stream_.is_terminal(); }
     /// A name as this stream shows it: raw bytes, but with '?' for each control character on a
     /// terminal, which a hostile name could steer.
     std::string printable(std::string_view name) const;
@@ -35,8 +35,7 @@ public:
 private:
     void write_through(const char* data, std::size_t size);
 
-    ACE_HANDLE handle_;
-    bool terminal_;
+    Output_Stream stream_;
     int error_number_ = 0;
     std::string buffer_;
 };
@@ -47,6 +46,9 @@ void add_bytes(json_spirit::Object& object, const std::string& member, std::stri
 
 /// Whether @p text is well-formed UTF-8 (RFC 3629).
 [[nodiscard]] bool is_utf8(std::string_view text);
+
+/// How many bytes of @p text stand before a character that is begun at its end and not complete.
+[[nodiscard]] std::size_t whole_characters(std::string_view text);
 
 /// "2024-02-29T12:34:56Z"
 [[nodiscard]] std::string format_time(std::int64_t posix_seconds);

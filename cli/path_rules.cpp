@@ -2,8 +2,6 @@
 
 #include "cli/failure.h"
 
-#include <ace/Default_Constants.h>
-
 #include <algorithm>
 
 namespace cio
@@ -11,25 +9,32 @@ namespace cio
 namespace
 {
 
-constexpr bool is_windows = ACE_DIRECTORY_SEPARATOR_CHAR_A == '\\';
-// A colon would name a drive or an alternate stream on Windows.
-constexpr std::string_view refused_characters =
-    is_windows ? std::string_view{"/\\:\0", 4} : std::string_view{"/\0", 2};
-constexpr const char* separators = is_windows ? "/\\" : "/";
+/// Whether this system's file names may hold a character. A colon would name a drive or a hidden
+/// stream of another file on Windows.
+bool is_allowed(char c)
+{
+    const bool refused = std::string_view("<>:\"|?*\\").find(c) != std::string_view::npos;
+    return !is_windows || (static_cast<unsigned char>(c) >= ' ' && !refused);
+}
 
 } // namespace
 
-bool is_safe_entry_name(std::string_view name)
+bool is_entry_name(std::string_view name)
 {
     return !name.empty() && name != "." && name != ".." &&
-           name.find_first_of(refused_characters) == std::string_view::npos;
+           name.find_first_of(std::string_view{"/\0", 2}) == std::string_view::npos;
+}
+
+bool is_safe_entry_name(std::string_view name)
+{
+    return is_entry_name(name) && std::all_of(name.begin(), name.end(), is_allowed);
 }
 
 std::string target_path(std::string_view text)
 {
     std::string result;
     while (!text.empty()) {
-        const std::size_t end = std::min(text.find('/'), text.size());
+        const std::size_t end = std::min(text.find_first_of(separators), text.size());
         const std::string_view name = text.substr(0, end);
         text.remove_prefix(std::min(end + 1, text.size()));
         if (name == "..")

@@ -1,15 +1,23 @@
 #pragma once
 
+#include <ace/Default_Constants.h>
 #include <string>
 #include <string_view>
 
-/// The rules for names and paths. Paths inside a target always use '/'.
+/// The rules for names and paths. Paths inside a target always use '/'; where the user writes one
+/// on Windows, '\' means the same.
 namespace cio
 {
 
-/// Whether a name that a target listed may be used as the name of a local file. A target is not
-/// trusted: names that are empty, "." or "..", or that hold a separator of this system or a NUL
-/// could lead out of the directory that the user named.
+inline constexpr bool is_windows = ACE_DIRECTORY_SEPARATOR_CHAR_A == '\\';
+inline constexpr const char* separators = is_windows ? "/\\" : "/";
+
+/// Whether what a target listed is a name. A target is not trusted: names that are empty, "." or
+/// "..", or that hold a '/' or a NUL could lead out of the directory that they were listed in.
+[[nodiscard]] bool is_entry_name(std::string_view name);
+
+/// Whether such a name may be used as the name of a local file: it is one, and holds nothing that
+/// this system's file names cannot. That is `< > : " | ? * \` and control characters on Windows.
 [[nodiscard]] bool is_safe_entry_name(std::string_view name);
 
 /// Brings a path that the user gave into the form that targets are given: names joined by one

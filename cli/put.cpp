@@ -1,11 +1,12 @@
 #include "cli/command.h"
-#include "cli/file_stamp.h"
 #include "cli/interrupt.h"
 #include "cli/limit.h"
+#include "cli/local_path.h"
 #include "cli/path_rules.h"
 #include "cli/put_worker.h"
 #include "cli/worker_pool.h"
 #include "platform/runtime/directory_reader.h"
+#include "platform/runtime/file_system.h"
 
 #include <ace/OS_NS_errno.h>
 #include <algorithm>
@@ -21,9 +22,10 @@ namespace
 struct Source
 {
     std::string local;
-    std::string remote;
+    std::string remote{};
     bool contents = false; ///< a directory whose entries go directly to @c remote
-    File_Stamp stamp;
+    file_system::Status status{};
+    int error = 0; ///< why there is no status
 };
 
 class Put
@@ -62,19 +64,20 @@ private:
 /// The names under which the sources go to the target; two of them may not be the same.
 /// @param path_names_tree    a directory becomes @p path itself instead of an entry of it
 /// @param path_is_directory  a file becomes an entry of @p path
+/// @param local  whether the target is on this machine, and names are told apart as here
 void name_sources(std::vector<Source>& sources, const std::string& path, bool path_names_tree,
-                  bool path_is_directory)
+                  bool path_is_directory, bool local)
 {
     std::set<std::string> names;
     for (Source& source : sources) {
-        const std::string name = last_name(source.local);
+        const std::string name = local_name(source.local);
         const bool no_name = name.empty() || name == "." || name == "..";
-        source.contents = no_name || (source.stamp.kind == File_Kind::directory &&
-                                      ends_with_separator(source.local));
-        const bool below =
-            source.stamp.kind == File_Kind::directory ? !path_names_tree : path_is_directory;
+        source.contents =
+            no_name || (source.status.is_directory() && ends_with_separator(source.local));
+        const bool below = source.status.is_directory() ? !path_names_tree : path_is_directory;
         source.remote = below && !source.contents ? join_path(path, name) : path;
-        if (!source.contents && !names.insert(source.remote).second)
+        const std::string spelling = local ? local_spelling(source.remote) : source.remote;
+        if (!source.contents && !names.insert(spelling).second)
             throw Usage_Error("two sources would be stored as '" + source.remote + "'");
     }
 }
@@ -87,7 +90,8 @@ void Put::run(std::vector<Source> sources, const std::string& path)
     const bool path_names_tree = sources.size() == 1 && names_entry(path);
     const bool path_is_directory = !path_names_tree || io->size(target_path(path).c_str()) ==
                                                            Client_IO_Base::size_of_directory;
-    name_sources(sources, target_path(path), path_names_tree, path_is_directory);
+    name_sources(sources, target_path(path), path_names_tree, path_is_directory,
+                 transfer_.target.local_path("").has_value());
     // Contents of a directory may meet what other sources store; one after the other they find
     // what the one before stored, and never write the same file at once.
     const bool may_meet =
@@ -106,21 +110,15 @@ void Put::run(std::vector<Source> sources, const std::string& path)
 
 void Put::put_one(Source& source)
 {
-    switch (source.stamp.kind) {
-    case File_Kind::missing:
-        // Asked for again, for the reason.
-        (void)stamp_path(source.local.c_str(), true, source.stamp);
-        return transfer_.report.error(
-            source.local, system_failure("Failed to open local file", ACE_OS::last_error()));
-    case File_Kind::file:
-        return submit_file(source.local, source.remote, source.stamp.size,
+    if (source.error != 0)
+        return transfer_.report.error(source.local,
+                                      system_failure("Failed to open local file", source.error));
+    if (source.status.is_file())
+        return submit_file(source.local, source.remote, source.status.size,
                            listing_of_parent(source.remote));
-    case File_Kind::directory:
-        break;
-    default:
+    if (!source.status.is_directory())
         return transfer_.report.error(source.local,
                                       {exit_failed, "Neither a file nor a directory"});
-    }
     const std::optional<std::string> target = transfer_.target.local_path(source.remote);
     if (target && is_inside(*target, source.local))
         return transfer_.report.error(source.local,
@@ -212,8 +210,8 @@ Put::Listing Put::list_existing(const std::string& remote)
 
 void Put::skip_link(const std::string& path)
 {
-    File_Stamp stamp;
-    const bool leads_somewhere = stamp_path(path.c_str(), true, stamp);
+    file_system::Status status;
+    const bool leads_somewhere = file_system::status(path.c_str(), true, status);
     transfer_.report.skipped(path, leads_somewhere
                                        ? "a symbolic link to a directory is not followed"
                                        : "a symbolic link that leads nowhere");
@@ -244,12 +242,13 @@ void run_put(Invocation& invocation)
     }
     std::vector<Source> sources;
     for (std::size_t i = 0; i < uri; ++i) {
-        Source source{arguments[i], {}, false, {}};
+        Source source{arguments[i]};
         if (source.local.empty() || source.local == "-")
             throw Usage_Error(source.local.empty() ? "the name of a source is empty"
                                                    : "'-' (standard input) stands alone; a file "
                                                      "of this name is ./-");
-        (void)stamp_path(source.local.c_str(), true, source.stamp);
+        if (!file_system::status(source.local.c_str(), true, source.status))
+            source.error = ACE_OS::last_error();
         sources.push_back(std::move(source));
     }
     Put(transfer, invocation.jobs).run(std::move(sources), path);

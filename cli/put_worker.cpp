@@ -1,13 +1,10 @@
 #include "cli/put_worker.h"
 
-#include "cli/file_stamp.h"
 #include "cli/interrupt.h"
 
 #include <ace/OS_NS_errno.h>
-#include <ace/OS_NS_unistd.h>
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 namespace cio
@@ -44,23 +41,25 @@ void Put_Worker::run(const Put_Job& job)
 
 void Put_Worker::put(Client_IO& io, const Put_Job& job)
 {
-    File_Stamp stamp;
-    if (!reader_.open(job.local.c_str(), O_RDONLY, local_file_options, share_all, false))
+    file_system::Status status;
+    if (!reader_.open(job.local.c_str(), O_RDONLY, local_file_options, file_system::share_all,
+                      false))
         return fail(job.local, system_failure("Failed to open local file", reader_.last_error()));
-    if (!stamp_handle(reader_.handle(), stamp) || stamp.kind != File_Kind::file)
+    if (!file_system::status(reader_.handle(), status) || !status.is_file())
         return fail(job.local, {exit_failed, "Not a regular file"});
 
     const bool replacing = transfer_.overwrite || transfer_.resume;
     const std::optional<std::string> target = transfer_.target.local_path(job.remote);
-    File_Stamp there;
+    file_system::Status there;
     // Opening the target would empty the source.
-    if (replacing && target && stamp_path(target->c_str(), true, there) && stamp.same_file(there))
+    if (replacing && target && file_system::status(target->c_str(), true, there) &&
+        status.is_same_file(there))
         return fail(job.local, {exit_failed, "Source and target are the same file"});
 
-    const std::uint64_t start = transfer_.resume && job.existing ? find_start(io, job, stamp) : 0;
+    const std::uint64_t start = transfer_.resume && job.existing ? find_start(io, job, status) : 0;
     if (interrupt::requested())
         return; // in the midst of comparing, with nothing decided
-    if (start == stamp.size && start > 0) {
+    if (start == status.size && start > 0) {
         transfer_.report.already_there(start);
         transfer_.report.item_done(true);
         Resume_Record("put", transfer_.target, job.remote, job.local).remove();
@@ -71,7 +70,7 @@ void Put_Worker::put(Client_IO& io, const Put_Job& job)
     if (reader_.seek(static_cast<std::int64_t>(start), SEEK_SET) < 0 || !reader_.read(data_, size_))
         return fail(job.local, system_failure("Failed to read local file", reader_.last_error()));
     const std::optional<Resume_Record> record =
-        stamp.size >= worth_continuing
+        status.size >= worth_continuing
             ? std::optional<Resume_Record>(std::in_place, "put", transfer_.target, job.remote,
                                            job.local)
             : std::nullopt;
@@ -81,10 +80,10 @@ void Put_Worker::put(Client_IO& io, const Put_Job& job)
     if (!open_remote(io, job, mode, start))
         return;
     if (record)
-        record->store({stamp.size, stamp.mtime});
+        record->store({status.size, status.mtime});
     if (start > 0)
         transfer_.report.already_there(start);
-    if (!move(io, job, stamp, start))
+    if (!move(io, job, status, start))
         return;
     if (record)
         record->remove();
@@ -92,16 +91,17 @@ void Put_Worker::put(Client_IO& io, const Put_Job& job)
 }
 
 /// Where a partial file goes on, 0 = from its start; the source's size when nothing is left to do.
-std::uint64_t Put_Worker::find_start(Client_IO& io, const Put_Job& job, const File_Stamp& stamp)
+std::uint64_t Put_Worker::find_start(Client_IO& io, const Put_Job& job,
+                                     const file_system::Status& status)
 {
     const bool transforms = transfer_.target.transforms(job.remote);
     const auto record = Resume_Record("put", transfer_.target, job.remote, job.local).load();
     if (!transforms && job.existing->size == 0)
         return 0;
     // What is compressed or encrypted is complete or nothing.
-    const std::uint64_t end = transforms ? stamp.size : job.existing->size;
+    const std::uint64_t end = transforms ? status.size : job.existing->size;
     const std::uint64_t at = transforms ? 0 : start_of_comparison(end, record);
-    std::string why = obstacle(job, stamp, transforms, record);
+    std::string why = obstacle(job, status, transforms, record);
     if (why.empty() && !same_bytes(io, job, at, end, transforms))
         why = "it differs from its source";
     if (why.empty())
@@ -112,14 +112,14 @@ std::uint64_t Put_Worker::find_start(Client_IO& io, const Put_Job& job, const Fi
 }
 
 /// Why there is no need to compare the existing file with its source, empty when there is.
-std::string Put_Worker::obstacle(const Put_Job& job, const File_Stamp& stamp, bool transforms,
-                                 const std::optional<Source_Version>& record)
+std::string Put_Worker::obstacle(const Put_Job& job, const file_system::Status& status,
+                                 bool transforms, const std::optional<Source_Version>& record)
 {
     if (transforms && record) // it was never completed
         return obstacle_of_target(transfer_.target, job.remote);
     // The size of what is stored says nothing about that of its source.
     const Partial_File existing{transforms ? 0 : job.existing->size, job.existing->mtime};
-    return obstacle_to_continuing(existing, {stamp.size, stamp.mtime}, stamp.mtime_seconds(),
+    return obstacle_to_continuing(existing, {status.size, status.mtime}, status.mtime_seconds(),
                                   record);
 }
 
@@ -172,7 +172,7 @@ bool Put_Worker::open_remote(Client_IO& io, const Put_Job& job, unsigned mode, s
 
 /// Moves the bytes from @p start on; the first block was read. @return false when the file failed
 /// or was interrupted, and that was told
-bool Put_Worker::move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp,
+bool Put_Worker::move(Client_IO& io, const Put_Job& job, const file_system::Status& status,
                       std::uint64_t start)
 {
     std::uint64_t position = start;
@@ -180,7 +180,7 @@ bool Put_Worker::move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp
     while (size_ > 0) {
         const auto length = static_cast<std::uint64_t>(size_);
         // A file that grows as fast as it is read would never end.
-        grew = length > stamp.size - position;
+        grew = length > status.size - position;
         if (grew)
             break;
         if (!io.write(data_, length)) {
@@ -189,7 +189,7 @@ bool Put_Worker::move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp
         }
         position += length;
         transfer_.report.bytes_moved(length);
-        if (shall_stop(position, stamp.size)) {
+        if (shall_stop(position, status.size)) {
             const Resume_Record record("put", transfer_.target, job.remote, job.local);
             stop(io, job.remote, position, &record);
             return false;
@@ -200,9 +200,10 @@ bool Put_Worker::move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp
             return false;
         }
     }
-    File_Stamp now;
-    const bool changed = grew || position != stamp.size || !stamp_handle(reader_.handle(), now) ||
-                         now.mtime != stamp.mtime || now.size != stamp.size;
+    file_system::Status now;
+    const bool changed = grew || position != status.size ||
+                         !file_system::status(reader_.handle(), now) || now.mtime != status.mtime ||
+                         now.size != status.size;
     if (!io.close()) {
         abandon(io, job, stream_failure(io), position);
         return false;
@@ -216,8 +217,8 @@ bool Put_Worker::move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp
 bool Put_Worker::remove_unfinished(Client_IO& io, const std::string& remote)
 {
     const std::optional<std::string> local = transfer_.target.local_path(remote);
-    File_Stamp stamp;
-    if (local && (!stamp_path(local->c_str(), false, stamp) || stamp.kind != File_Kind::file))
+    file_system::Status status;
+    if (local && (!file_system::status(local->c_str(), false, status) || !status.is_file()))
         return false;
     return io.remove(remote.c_str());
 }
@@ -262,25 +263,22 @@ void Put_Worker::run_standard_input(const std::string& remote)
         return fail(remote, failure);
     const unsigned mode = Client_IO_Base::mode_write |
                           (transfer_.overwrite ? unsigned{Client_IO_Base::mode_overwrite} : 0U);
-    File_Stamp stamp;
-    File_Stamp there;
+    file_system::Status status;
+    file_system::Status there;
     const std::optional<std::string> target = transfer_.target.local_path(remote);
-    if (target && stamp_handle(ACE_STDIN, stamp) && stamp_path(target->c_str(), true, there) &&
-        stamp.same_file(there))
+    if (target && file_system::status(ACE_STDIN, status) &&
+        file_system::status(target->c_str(), true, there) && status.is_same_file(there))
         return fail(remote, {exit_failed, "Source and target are the same file"});
     std::array<char, 65536> block;
     std::uint64_t position = 0;
     bool opened = false;
     for (;;) {
-        const bool waited = interrupt::wait_for_input(ACE_STDIN);
-        if (!waited && opened)
+        const std::optional<std::int64_t> read = interrupt::read_input(ACE_STDIN, block);
+        if (!read && opened)
             return stop(*io, remote, position, nullptr);
-        if (!waited)
+        if (!read)
             return;
-        const ssize_t length = ACE_OS::read(ACE_STDIN, block.data(), block.size());
-        if (length < 0 && ACE_OS::last_error() == EINTR)
-            continue;
-        if (length < 0) {
+        if (*read < 0) {
             const Failure unread = system_failure("Failed to read", ACE_OS::last_error());
             return opened ? abandon(*io, job, unread, position) : fail(remote, unread);
         }
@@ -288,12 +286,13 @@ void Put_Worker::run_standard_input(const std::string& remote)
         opened = opened || open_remote(*io, job, mode, 0);
         if (!opened)
             return;
+        const auto length = static_cast<std::uint64_t>(*read);
         if (length == 0)
             break;
-        if (!io->write(block.data(), static_cast<std::uint64_t>(length)))
+        if (!io->write(block.data(), length))
             return abandon(*io, job, stream_failure(*io), position);
-        position += static_cast<std::uint64_t>(length);
-        transfer_.report.bytes_moved(static_cast<std::uint64_t>(length));
+        position += length;
+        transfer_.report.bytes_moved(length);
     }
     if (!io->close())
         return abandon(*io, job, stream_failure(*io), position);

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "cli/file_stamp.h"
 #include "cli/resume.h"
 #include "cli/transfer.h"
+#include "platform/runtime/file_system.h"
 
 namespace cio
 {
@@ -33,13 +33,14 @@ public:
 
 private:
     void put(Client_IO& io, const Put_Job& job);
-    std::uint64_t find_start(Client_IO& io, const Put_Job& job, const File_Stamp& stamp);
-    std::string obstacle(const Put_Job& job, const File_Stamp& stamp, bool transforms,
+    std::uint64_t find_start(Client_IO& io, const Put_Job& job, const file_system::Status& status);
+    std::string obstacle(const Put_Job& job, const file_system::Status& status, bool transforms,
                          const std::optional<Source_Version>& record);
     bool same_bytes(Client_IO& io, const Put_Job& job, std::uint64_t at, std::uint64_t end,
                     bool whole);
     bool open_remote(Client_IO& io, const Put_Job& job, unsigned mode, std::uint64_t start);
-    bool move(Client_IO& io, const Put_Job& job, const File_Stamp& stamp, std::uint64_t start);
+    bool move(Client_IO& io, const Put_Job& job, const file_system::Status& status,
+              std::uint64_t start);
     bool remove_unfinished(Client_IO& io, const std::string& remote);
     void stop(Client_IO& io, const std::string& remote, std::uint64_t position,
               const Resume_Record* record);

@@ -1,16 +1,14 @@
 #include "cli/resume.h"
 
+#include "cli/environment.h"
+#include "cli/local_path.h"
 #include "cli/path_rules.h"
 #include "platform/json/json_value.h"
+#include "platform/runtime/file_system.h"
 #include "platform/runtime/fixed_block_file.h"
 #include "platform/runtime/path.h"
 
-#include <ace/OS_NS_stdio.h>
-#include <ace/OS_NS_stdlib.h>
-#include <ace/OS_NS_unistd.h>
-#include <ace/os_include/os_limits.h>
 #include <algorithm>
-#include <array>
 #include <string_view>
 
 namespace cio
@@ -42,20 +40,17 @@ std::string hexadecimal(std::uint64_t value)
 
 std::string state_directory()
 {
-    if (const char* state = ACE_OS::getenv("XDG_STATE_HOME"); state != nullptr && *state != '\0')
-        return join_path(state, "cio");
-    if (const char* home = ACE_OS::getenv("HOME"); home != nullptr && *home != '\0')
-        return join_path(home, ".local/state/cio");
-    return {};
+    std::string state = environment_variable("XDG_STATE_HOME");
+    if (state.empty())
+        state = user_state_directory();
+    return state.empty() ? std::string() : join_path(state, "cio");
 }
-
-std::string absolute(const std::string& path);
 
 /// One name for one place, however the URI was written.
 std::string place_of(const Target& target, const std::string& remote)
 {
     if (const auto local = target.local_path(remote))
-        return absolute(*local);
+        return absolute_path(*local);
     const std::string path = join_path(target.uri.path(false), remote);
     std::string names;
     for (std::size_t at = 0; at < path.size();) {
@@ -68,18 +63,6 @@ std::string place_of(const Target& target, const std::string& remote)
            std::to_string(target.uri.port()) + names;
 }
 
-std::string absolute(const std::string& path)
-{
-    std::array<char, PATH_MAX + 1> resolved{};
-    if (ACE_OS::realpath(path.c_str(), resolved.data()) != nullptr)
-        return resolved.data();
-    // A file that does not exist yet: its directory does.
-    const std::string directory = parent_path(path);
-    const bool found =
-        ACE_OS::realpath(directory.empty() ? "." : directory.c_str(), resolved.data()) != nullptr;
-    return found ? join_path(resolved.data(), last_name(path)) : path;
-}
-
 } // namespace
 
 Resume_Record::Resume_Record(const char* direction, const Target& target, const std::string& remote,
@@ -90,7 +73,7 @@ Resume_Record::Resume_Record(const char* direction, const Target& target, const 
         return;
     std::string key;
     for (const std::string& part :
-         {std::string(direction), place_of(target, remote), absolute(local)})
+         {std::string(direction), place_of(target, remote), absolute_path(local)})
         key += part + '\0';
     path_ = join_path(directory, hexadecimal(hash(key, 0)) + hexadecimal(hash(key, key.size())));
     path_ += ".json";
@@ -104,7 +87,8 @@ std::optional<Source_Version> Resume_Record::load() const
     json_spirit::Value document;
     Source_Version version;
     const bool read =
-        !path_.empty() && reader.open(path_.c_str(), O_RDONLY, File_Options{}, share_all, false) &&
+        !path_.empty() &&
+        reader.open(path_.c_str(), O_RDONLY, File_Options{}, file_system::share_all, false) &&
         reader.read(data, size) && size > 0 && static_cast<std::uint64_t>(size) <= largest_record &&
         loads_json(std::string(data, static_cast<std::size_t>(size)), document) &&
         document.is_object();
@@ -126,17 +110,17 @@ void Resume_Record::store(const Source_Version& version) const
     // A record that is only half written must never be read.
     const std::string temporary = path_ + ".new";
     File_Writer writer;
-    const bool written =
-        writer.open(temporary.c_str(), O_CREAT | O_TRUNC, true, share_all, File_Options{}) &&
-        writer.write(text.data(), text.size(), nullptr) && writer.close();
-    if (!written || ACE_OS::rename(temporary.c_str(), path_.c_str()) != 0)
-        (void)ACE_OS::unlink(temporary.c_str());
+    const bool written = writer.open(temporary.c_str(), O_CREAT | O_TRUNC, true,
+                                     file_system::share_all, File_Options{}) &&
+                         writer.write(text.data(), text.size(), nullptr) && writer.close();
+    if (!written || !file_system::rename(temporary.c_str(), path_.c_str()))
+        (void)file_system::remove(temporary.c_str());
 }
 
 void Resume_Record::remove() const
 {
     if (!path_.empty())
-        (void)ACE_OS::unlink(path_.c_str());
+        (void)file_system::remove(path_.c_str());
 }
 
 std::string obstacle_to_continuing(const Partial_File& partial, const Source_Version& source,

@@ -32,9 +32,9 @@ constexpr std::uint64_t worth_continuing = 1U << 20U;
 
 /// Remembers between two runs from which version of its source a file's transfer was begun.
 ///
-/// One small JSON file a transfer below $XDG_STATE_HOME/cio (or ~/.local/state/cio), named by a
-/// hash of where from and where to. Where it cannot be kept, nothing fails: without a record the
-/// partial file is compared with its source byte by byte.
+/// One small JSON file a transfer below $XDG_STATE_HOME/cio (or ~/.local/state/cio, on Windows
+/// %LOCALAPPDATA%\cio), named by a hash of where from and where to. Where it cannot be kept,
+/// nothing fails: without a record the partial file is compared with its source byte by byte.
 class Resume_Record
 {
 public:

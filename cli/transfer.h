@@ -32,8 +32,4 @@ struct Transfer
 ///              done is finished rather than thrown away.
 [[nodiscard]] bool shall_stop(std::uint64_t position, std::uint64_t size);
 
-/// Whether @p first is @p second or lies inside it; both local directories, by their real paths.
-/// A path that does not exist yet is judged by the nearest directory that does.
-[[nodiscard]] bool is_inside(const std::string& first, const std::string& second);
-
 } // namespace cio

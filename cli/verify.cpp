@@ -1,4 +1,3 @@
-#include "cli/file_stamp.h"
 #include "cli/interrupt.h"
 #include "cli/limit.h"
 #include "cli/listing.h"
@@ -6,6 +5,7 @@
 #include "cli/verify_worker.h"
 #include "cli/worker_pool.h"
 #include "platform/runtime/directory_reader.h"
+#include "platform/runtime/file_system.h"
 
 #include <ace/OS_NS_errno.h>
 #include <map>
@@ -142,11 +142,11 @@ void run_verify(Invocation& invocation)
     Reporter& report = invocation.report;
     Connection connection(target);
     Failure failure;
-    File_Stamp stamp;
-    if (!stamp_path(local.c_str(), true, stamp))
+    file_system::Status status;
+    if (!file_system::status(local.c_str(), true, status))
         return report.error(local,
                             system_failure("Failed to open local file", ACE_OS::last_error()));
-    if (stamp.kind != File_Kind::file && stamp.kind != File_Kind::directory)
+    if (!status.is_file() && !status.is_directory())
         return report.error(local, {exit_failed, "Neither a file nor a directory"});
     Client_IO* io = connection.open(failure);
     if (io == nullptr)
@@ -154,7 +154,7 @@ void run_verify(Invocation& invocation)
     const std::optional<bool> directory = is_directory(*io, path, report);
     if (!directory)
         return;
-    if (*directory != (stamp.kind == File_Kind::directory))
+    if (*directory != (status.is_directory()))
         return report.difference(path, "type",
                                  *directory ? "is a directory in the target, a file here"
                                             : "is a file in the target, a directory here");
@@ -162,7 +162,7 @@ void run_verify(Invocation& invocation)
     if (*directory)
         verify.tree(*io, local, path);
     else
-        verify.file(local, stamp.size, path, io->size(path.c_str()));
+        verify.file(local, status.size, path, io->size(path.c_str()));
     verify.finish();
 }
 

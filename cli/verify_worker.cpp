@@ -1,6 +1,7 @@
 #include "cli/verify_worker.h"
 
 #include "cli/interrupt.h"
+#include "platform/runtime/file_system.h"
 
 #include <algorithm>
 #include <cstring>
@@ -28,7 +29,8 @@ void Verify_Worker::run(const Verify_Job& job)
 /// Reads both to their ends rather than trusting sizes, which transforms and liars get wrong.
 void Verify_Worker::compare(Client_IO& io, const Verify_Job& job)
 {
-    if (!reader_.open(job.local.c_str(), O_RDONLY, local_file_options, share_all, false))
+    if (!reader_.open(job.local.c_str(), O_RDONLY, local_file_options, file_system::share_all,
+                      false))
         return report_.error(job.local,
                              system_failure("Failed to open local file", reader_.last_error()));
     if (!io.open(job.remote.c_str(), Client_IO_Base::mode_read, 0, 0))

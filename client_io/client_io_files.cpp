@@ -1,17 +1,17 @@
 #include "client_io/client_io.h"
 
+#include "platform/runtime/file_system.h"
 #include "platform/runtime/fixed_block_file.h"
 #include "platform/runtime/format.h"
-#include "platform/runtime/path.h"
-#include "platform/runtime/posix_error.h"
 #include "platform/runtime/unexpected.h"
 
+#include <ace/OS_Errno.h>
 #include <ace/OS_NS_errno.h>
-#include <ace/OS_NS_sys_stat.h>
 
 #include <cerrno>
 #include <istream>
 #include <new>
+#include <system_error>
 
 namespace
 {
@@ -61,11 +61,12 @@ bool call(const Client_IO::Walk_Callback& callback, const char* path,
     }
 }
 
-/// The reason for which a stream failed, as far as the system knows one.
+/// The reason for which a stream failed, as far as the C library, which streams stand on, knows
+/// one.
 std::string stream_failure(int reason)
 {
-    return format_text("Failed to read local file: %s",
-                       POSIX_Error(reason != 0 ? reason : EIO, 1).c_str());
+    return "Failed to read local file: " +
+           std::generic_category().message(reason != 0 ? reason : EIO);
 }
 
 /// Reads a piece of a stream whose exceptions may be switched on.
@@ -154,9 +155,9 @@ try {
 
     std::uint64_t start = 0;
     if ((local_flags & O_APPEND) != 0) {
-        ACE_stat local_stat;
-        if (ACE_OS::stat(local, &local_stat) == 0 && (local_stat.st_mode & S_IFMT) == S_IFREG) {
-            start = static_cast<std::uint64_t>(local_stat.st_size);
+        file_system::Status status;
+        if (file_system::status(local, true, status) && status.is_file()) {
+            start = status.size;
             local_flags &= ~O_TRUNC;
         } else
             local_flags = (local_flags & ~O_APPEND) | O_TRUNC | O_CREAT;
@@ -186,7 +187,7 @@ bool Client_IO::get_file_i(const char* local, int local_flags, std::uint64_t fil
     File_Options options;
     options.block_size = file_option;
     File_Writer writer;
-    if (!writer.open(local, local_flags, true, share_all, options)) {
+    if (!writer.open(local, local_flags, true, file_system::share_all, options)) {
         ACE_OS::last_error(writer.last_error());
         set_error("Failed to open local file", local);
         return false;
@@ -228,7 +229,7 @@ try {
     File_Options options;
     options.block_size = file_option;
     File_Reader reader;
-    if (!reader.open(local, local_flags, options, share_all, false)) {
+    if (!reader.open(local, local_flags, options, file_system::share_all, false)) {
         ACE_OS::last_error(reader.last_error());
         set_error("Failed to open local file", local);
         return false;
@@ -266,16 +267,16 @@ try {
         return false;
     // A stream that has failed already must not cost the file that stands there.
     if (in.fail() && !in.eof()) {
-        error_ = stream_failure(ACE_OS::last_error());
+        error_ = stream_failure(errno);
         return false;
     }
     if (!open(remote, write_mode(overwrite), 0, 0))
         return false;
     char buffer[65536];
     while (!in.eof()) {
-        ACE_OS::last_error(0);
+        errno = 0;
         const std::uint64_t size = read_some(in, buffer, sizeof buffer);
-        const int reason = ACE_OS::last_error();
+        const int reason = errno;
         if (size != 0 && !write(buffer, size))
             return close_after_failure();
         if (!in.good() && !in.eof()) {
@@ -354,7 +355,8 @@ bool Client_IO::check_no_file_open()
 /// One file cannot be read while its other end is emptied.
 bool Client_IO::refuse_same_file(const char* remote, const char* local)
 {
-    if (local_root_.empty() || !is_same_file((local_root_ + '/' + remote).c_str(), local))
+    if (local_root_.empty() ||
+        !file_system::is_same_file((local_root_ + '/' + remote).c_str(), local))
         return false;
     error_ = format_text("%s and %s are the same file", remote, local);
     return true;

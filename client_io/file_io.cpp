@@ -3,14 +3,14 @@
 #include "platform/json/json_value.h"
 #include "platform/runtime/copy_file.h"
 #include "platform/runtime/directory_reader.h"
+#include "platform/runtime/file_system.h"
 #include "platform/runtime/format.h"
+#include "platform/runtime/os_error.h"
 #include "platform/runtime/path.h"
 #include "platform/runtime/posix_error.h"
 
+#include <ace/Default_Constants.h>
 #include <ace/OS_NS_errno.h>
-#include <ace/OS_NS_stdio.h>
-#include <ace/OS_NS_sys_stat.h>
-#include <ace/OS_NS_unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -26,34 +26,11 @@ constexpr std::uint64_t largest_position = std::numeric_limits<std::int64_t>::ma
 constexpr std::uint64_t cache_window = 33554432;
 constexpr File_Options file_options{65536, cache_window, true, 1, cache_window};
 
-#if defined(ACE_WIN32)
-constexpr char separator = '\\';
-#else
-constexpr char separator = '/';
-#endif
+constexpr char separator = ACE_DIRECTORY_SEPARATOR_CHAR_A;
 
 void use_separator(std::string& path)
 {
     std::replace(path.begin(), path.end(), '/', separator);
-}
-
-bool is_directory(const ACE_stat& status)
-{
-    return (static_cast<unsigned>(status.st_mode) & 0xF000U) == 0x4000U;
-}
-
-bool exists(const std::string& path)
-{
-    ACE_stat status;
-    return ACE_OS::stat(path.c_str(), &status) == 0;
-}
-
-/// Opening a pipe waits for somebody at its other end, perhaps for ever.
-bool is_pipe(const std::string& path)
-{
-    ACE_stat status;
-    return ACE_OS::stat(path.c_str(), &status) == 0 &&
-           (static_cast<unsigned>(status.st_mode) & 0xF000U) == 0x1000U;
 }
 
 unsigned short creation_mode_of(const json_spirit::Value& extra)
@@ -129,7 +106,7 @@ bool File_IO::write(const void* buf, std::uint64_t size)
         return false;
     }
     if (size > largest_position - position_) {
-        ACE_OS::last_error(EFBIG);
+        ACE_OS::last_error(os_error::file_too_large);
         return set_error("Failed to write", path_);
     }
     if (!writer_.write(static_cast<const char*>(buf), size, nullptr)) {
@@ -260,10 +237,10 @@ bool File_IO::seek(std::uint64_t offset, std::uint64_t length)
 
 std::uint64_t File_IO::size(const char* path)
 {
-    ACE_stat status;
-    if (path == nullptr || ACE_OS::stat(full_path(path).c_str(), &status) != 0)
+    file_system::Status status;
+    if (path == nullptr || !file_system::status(full_path(path).c_str(), true, status))
         return size_unknown;
-    return is_directory(status) ? size_of_directory : static_cast<std::uint64_t>(status.st_size);
+    return status.is_directory() ? size_of_directory : status.size;
 }
 
 bool File_IO::get_dir(const char* path, std::vector<Directory_Entry>& entries)
@@ -291,9 +268,7 @@ bool File_IO::make_dir(const char* path, unsigned short mode)
 bool File_IO::truncate(const char* path, std::uint64_t size)
 {
     const std::string file = full_path(path);
-    if (ACE_OS::truncate(file.c_str(), static_cast<ACE_OFF_T>(size)) != 0)
-        return set_error("Fail to truncate file", file);
-    return true;
+    return file_system::truncate(file.c_str(), size) || set_error("Fail to truncate file", file);
 }
 
 bool File_IO::remove(const char* path)
@@ -301,29 +276,23 @@ bool File_IO::remove(const char* path)
     const std::string entry = full_path(path);
     if (entry == full_path("")) {
         // The base directory itself, which everything else of the connection needs.
-        ACE_OS::last_error(EBUSY);
+        ACE_OS::last_error(os_error::busy);
         return set_error("Failed to remove", entry);
     }
-    if (ACE_OS::unlink(entry.c_str()) == 0)
-        return true;
-    const int reason = ACE_OS::last_error();
-    if (reason == ENOENT)
-        return true;
-    if (reason == EISDIR && ACE_OS::rmdir(entry.c_str()) == 0)
-        return true;
-    return set_error("Failed to remove", entry);
+    return file_system::remove(entry.c_str()) || os_error::is_missing(ACE_OS::last_error()) ||
+           set_error("Failed to remove", entry);
 }
 
 bool File_IO::copy(const char* src, const char* dst, bool overwrite)
 {
     const std::string from = full_path(src);
     const std::string to = full_path(dst);
-    if (!overwrite && exists(to)) {
+    if (!overwrite && file_system::exists(to.c_str())) {
         errnum_ = EEXIST;
         error_ = format_text("Failed to copy %s to %s: File exists", from.c_str(), to.c_str());
         return false;
     }
-    if (copy_file(from.c_str(), to.c_str(), share_all, nullptr, overwrite))
+    if (copy_file(from.c_str(), to.c_str(), file_system::share_all, nullptr, overwrite))
         return true;
     errnum_ = ACE_OS::last_error();
     error_ = format_text("Failed to copy %s to %s: %s", from.c_str(), to.c_str(),
@@ -335,13 +304,13 @@ bool File_IO::rename(const char* src, const char* dst, bool overwrite)
 {
     const std::string from = full_path(src);
     const std::string to = full_path(dst);
-    if (!overwrite && exists(to)) {
+    if (!overwrite && file_system::exists(to.c_str())) {
         errnum_ = EEXIST;
         error_ = format_text("Failed to rename %s to %s: File exists", from.c_str(), to.c_str());
         return false;
     }
-    if (overwrite ? ACE_OS::rename(from.c_str(), to.c_str(), -1) == 0
-                  : rename_new(from.c_str(), to.c_str()))
+    if (overwrite ? file_system::rename(from.c_str(), to.c_str())
+                  : file_system::rename_new(from.c_str(), to.c_str()))
         return true;
     errnum_ = ACE_OS::last_error();
     error_ = format_text("Failed to rename %s to %s: %s", from.c_str(), to.c_str(),
@@ -366,7 +335,9 @@ std::string File_IO::full_path(const char* path) const
 bool File_IO::create_directory(const std::string& path, unsigned short mode)
 {
     // The umask is not changed for this: all threads share it.
-    const auto created = [mode](const char* made) { set_directory_permissions(made, mode); };
+    const auto created = [mode](const char* made) {
+        file_system::set_directory_permissions(made, mode);
+    };
     return mkdir_p(path.c_str(), mode, created) == 0 ||
            set_error("Failed to create directory", path);
 }
@@ -383,22 +354,25 @@ bool File_IO::open_file(const char* path, unsigned mode, std::uint64_t offset, s
     path_ = full_path(path);
     // Refused before a file is made that would then be in the way of the next try.
     if (offset > largest_position) {
-        ACE_OS::last_error(EINVAL);
+        ACE_OS::last_error(os_error::invalid_argument);
         return set_error("Failed to seek", path_);
     }
-    if (is_pipe(path_)) {
-        ACE_OS::last_error(ESPIPE);
+    file_system::Status status;
+    const bool there = file_system::status(path_.c_str(), true, status);
+    // Opening a pipe waits for somebody at its other end, perhaps for ever.
+    if (there && status.is_pipe()) {
+        ACE_OS::last_error(os_error::seek_on_device);
         return set_error("Fail to open file", path_);
     }
 
     int flags = 0;
     switch (access) {
     case mode_read:
-        size_ = ACE_OS::filesize(path_.c_str());
+        size_ = there ? static_cast<std::int64_t>(status.size) : -1;
         break;
     case mode_write:
-        if (!overwrite && ACE_OS::filesize(path_.c_str()) >= 0) {
-            ACE_OS::last_error(EEXIST);
+        if (!overwrite && there) {
+            ACE_OS::last_error(os_error::file_exists);
             return set_error("File already exists", path_);
         }
         if (offset == 0)
@@ -427,12 +401,13 @@ bool File_IO::open_file(const char* path, unsigned mode, std::uint64_t offset, s
     if (writing_) {
         std::string directory;
         // When this fails, so does the open, which says why.
-        if (dirname_string(path_, directory, separator) && !exists(directory))
+        if (dirname_string(path_, directory, separator) && !file_system::exists(directory.c_str()))
             create_directory(directory, creation_mode);
-        opened = writer_.open(path_.c_str(), flags | O_CREAT, true, share_all, file_options);
+        opened = writer_.open(path_.c_str(), flags | O_CREAT, true, file_system::share_all,
+                              file_options);
         ACE_OS::last_error(writer_.last_error());
     } else {
-        opened = reader_.open(path_.c_str(), flags, file_options, share_all, false);
+        opened = reader_.open(path_.c_str(), flags, file_options, file_system::share_all, false);
         ACE_OS::last_error(reader_.last_error());
         buffer_pos_ = 0;
     }

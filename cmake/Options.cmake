@@ -20,6 +20,13 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# Which of the siblings name_posix.cpp and name_windows.cpp is compiled.
+if(WIN32)
+    set(system windows)
+else()
+    set(system posix)
+endif()
+
 # An installed program finds the library beside it, wherever the prefix was moved to.
 file(RELATIVE_PATH libdir_from_bindir
      ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})

@@ -13,6 +13,7 @@ set(client_io_public_headers
     platform/runtime/directory_reader.h
     platform/runtime/encryption_algorithm.h
     platform/runtime/export.h
+    platform/runtime/file_system.h
     platform/runtime/fixed_block_file.h
     platform/runtime/io_base.h
     platform/runtime/iso8601.h

@@ -1,8 +1,8 @@
 #!/bin/bash
-# usage: hello_target_test.sh PROGRAM
+# usage: hello_target_test.sh PROGRAM...
 set -euo pipefail
 
-program=$1
+program=("$@")
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
 
@@ -12,13 +12,13 @@ fail()
     exit 1
 }
 
-output=$("$program" "file://$dir/target") || fail "failed on a fresh target: $output"
+output=$("${program[@]}" "file://$dir/target") || fail "failed on a fresh target: $output"
 [[ $output == 'Hello, target' ]] || fail "unexpected output: $output"
 printf 'Hello, target\n' | cmp - "$dir/target/hello.txt"
 
 # A target below a file cannot be had: the program fails and says why, and the file stays.
 echo 'not a directory' >"$dir/file"
-if output=$("$program" "file://$dir/file/target" 2>&1); then
+if output=$("${program[@]}" "file://$dir/file/target" 2>&1); then
     fail 'succeeded on a target that cannot exist'
 fi
 [[ -n $output ]] || fail 'failed without a reason'

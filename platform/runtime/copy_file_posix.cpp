@@ -1,5 +1,6 @@
 #include "platform/runtime/copy_file.h"
 
+#include "platform/runtime/file_system.h"
 #include "platform/runtime/path.h"
 #include "platform/runtime/posix_error.h"
 
@@ -205,7 +206,8 @@ bool copy(const char* src, const char* dst, bool replace)
         return false;
     if (copy_contents(from.handle(), to.handle(), info) && copy_permissions(to.handle(), info) &&
         to.close() &&
-        (replace ? rename(temporary.c_str(), dst) == 0 : rename_new(temporary.c_str(), dst)))
+        (replace ? rename(temporary.c_str(), dst) == 0
+                 : file_system::rename_new(temporary.c_str(), dst)))
         return true;
     const int reason = errno;
     unlink(temporary.c_str());

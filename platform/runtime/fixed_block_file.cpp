@@ -1,13 +1,12 @@
 #include "platform/runtime/fixed_block_file.h"
 
+#include "platform/runtime/file_system.h"
+#include "platform/runtime/os_error.h"
 #include "platform/runtime/page_cache.h"
 
 #include <ace/OS_NS_errno.h>
-#include <ace/OS_NS_fcntl.h>
-#include <ace/OS_NS_sys_stat.h>
 #include <ace/OS_NS_unistd.h>
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -28,14 +27,6 @@ constexpr std::uint64_t largest_transfer = 1U << 30U;
 // type.
 constexpr std::uint64_t largest_window = 1U << 30U;
 
-#ifdef O_CLOEXEC
-constexpr int not_inherited = O_CLOEXEC;
-#else
-constexpr int not_inherited = 0; // ACE opens files so in any case
-#endif
-
-constexpr mode_t new_file_mode = 0666; // less the umask
-
 constexpr int access_bits = O_WRONLY | O_RDWR;
 // Reading never makes a file nor changes one, whatever the caller's flags say.
 constexpr int changing_bits = O_CREAT | O_TRUNC | O_EXCL | O_APPEND;
@@ -51,17 +42,12 @@ File_Options with_defaults(File_Options options)
     return options;
 }
 
-ACE_HANDLE open_file(const char* path, int flags)
+ACE_HANDLE open_file(const char* path, int flags, int share)
 {
-    if (path == nullptr) {
-        ACE_OS::last_error(EINVAL);
-        return ACE_INVALID_HANDLE;
-    }
-    ACE_HANDLE handle = ACE_INVALID_HANDLE;
-    do
-        handle = ACE_OS::open(path, flags | not_inherited, new_file_mode);
-    while (handle == ACE_INVALID_HANDLE && ACE_OS::last_error() == EINTR);
-    return handle;
+    if (path != nullptr)
+        return file_system::open(path, flags, share);
+    ACE_OS::last_error(os_error::invalid_argument);
+    return ACE_INVALID_HANDLE;
 }
 
 // Closes quietly: for files whose fate is decided already.
@@ -73,15 +59,15 @@ void discard(ACE_HANDLE& handle)
     ACE_OS::last_error(reason);
 }
 
-// The system opens directories for reading and complains at the first read only.
+// Some systems open directories for reading and complain at the first read only.
 bool refuse_directory(ACE_HANDLE handle)
 {
-    ACE_stat info;
-    if (ACE_OS::fstat(handle, &info) != 0)
+    file_system::Status status;
+    if (!file_system::status(handle, status))
         return false;
-    if ((info.st_mode & S_IFMT) != S_IFDIR)
+    if (!status.is_directory())
         return true;
-    ACE_OS::last_error(EISDIR);
+    ACE_OS::last_error(os_error::is_a_directory);
     return false;
 }
 
@@ -90,7 +76,7 @@ int obstacle(ACE_HANDLE handle, bool failed, int first_failure)
 {
     if (failed)
         return first_failure;
-    return handle == ACE_INVALID_HANDLE ? EBADF : 0;
+    return handle == ACE_INVALID_HANDLE ? os_error::bad_handle : 0;
 }
 
 } // namespace
@@ -102,7 +88,7 @@ bool File_Buffer_T<Char>::resize(std::uint64_t size)
     if (size == size_ && data_ != nullptr)
         return true;
     if (size == 0 || size > max_size) {
-        ACE_OS::last_error(EINVAL);
+        ACE_OS::last_error(os_error::invalid_argument);
         return false;
     }
     data_.reset();
@@ -110,7 +96,7 @@ bool File_Buffer_T<Char>::resize(std::uint64_t size)
     data_.reset(static_cast<Char*>(
         ::operator new(static_cast<std::size_t>(size), block_alignment, std::nothrow)));
     if (data_ == nullptr) {
-        ACE_OS::last_error(ENOMEM);
+        ACE_OS::last_error(os_error::out_of_memory);
         return false;
     }
     size_ = size;
@@ -131,7 +117,7 @@ Fixed_Block_File_Reader_T<Char, Buffer>::~Fixed_Block_File_Reader_T()
 
 template <class Char, class Buffer>
 bool Fixed_Block_File_Reader_T<Char, Buffer>::open(const char* path, int flags,
-                                                   const File_Options& options, int /*share*/,
+                                                   const File_Options& options, int share,
                                                    bool prefetch)
 {
     discard(handle_);
@@ -140,7 +126,7 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::open(const char* path, int flags,
     last_error_ = 0;
     if (!buffer_.resize(options_.block_size))
         return fail();
-    handle_ = open_file(path, (flags & ~(access_bits | changing_bits)) | O_RDONLY);
+    handle_ = open_file(path, (flags & ~(access_bits | changing_bits)) | O_RDONLY, share);
     if (handle_ == ACE_INVALID_HANDLE)
         return fail();
     if (!refuse_directory(handle_)) {
@@ -162,7 +148,7 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::read(Char*& data, std::int64_t& si
     data = nullptr;
     size = -1;
     if (handle_ == ACE_INVALID_HANDLE) {
-        ACE_OS::last_error(EBADF);
+        ACE_OS::last_error(os_error::bad_handle);
         return fail();
     }
     std::uint64_t count = 0;
@@ -171,7 +157,7 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::read(Char*& data, std::int64_t& si
     while (count < buffer_.size()) {
         const ssize_t got = ACE_OS::read(handle_, buffer_.data() + count,
                                          static_cast<std::size_t>(buffer_.size() - count));
-        if (got < 0 && ACE_OS::last_error() == EINTR)
+        if (got < 0 && ACE_OS::last_error() == os_error::interrupted)
             continue;
         if (got == 0)
             break;
@@ -179,7 +165,7 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::read(Char*& data, std::int64_t& si
             // What was read before the failure is not delivered, since a short block would pass
             // for the end of the file. The position goes back, so that the call can be repeated.
             fail();
-            ACE_OS::lseek(handle_, static_cast<ACE_OFF_T>(position_), SEEK_SET);
+            file_system::seek(handle_, static_cast<std::int64_t>(position_), SEEK_SET);
             ACE_OS::last_error(last_error_);
             return false;
         }
@@ -196,7 +182,7 @@ bool Fixed_Block_File_Reader_T<Char, Buffer>::read(Char*& data, std::int64_t& si
 template <class Char, class Buffer>
 std::int64_t Fixed_Block_File_Reader_T<Char, Buffer>::seek(std::int64_t offset, int whence)
 {
-    const std::int64_t position = ACE_OS::lseek(handle_, offset, whence);
+    const std::int64_t position = file_system::seek(handle_, offset, whence);
     if (position < 0) {
         fail();
         return -1;
@@ -249,7 +235,7 @@ Fixed_Block_File_Writer_T<Char, Buffer>::~Fixed_Block_File_Writer_T()
 
 template <class Char, class Buffer>
 bool Fixed_Block_File_Writer_T<Char, Buffer>::open(const char* path, int flags, bool buffered,
-                                                   int /*share*/, const File_Options& options)
+                                                   int share, const File_Options& options)
 {
     discard(handle_);
     options_ = with_defaults(options);
@@ -260,7 +246,7 @@ bool Fixed_Block_File_Writer_T<Char, Buffer>::open(const char* path, int flags, 
     if ((flags & access_bits) == O_RDONLY)
         flags |= O_WRONLY;
     if (buffer_.resize(options_.block_size))
-        handle_ = open_file(path, flags);
+        handle_ = open_file(path, flags, share);
     if (handle_ == ACE_INVALID_HANDLE) {
         last_error_ = ACE_OS::last_error();
         return false;
@@ -281,7 +267,7 @@ bool Fixed_Block_File_Writer_T<Char, Buffer>::write(const Char* data, std::uint6
     *accepted = 0;
     int reason = obstacle(handle_, failed_, last_error_);
     if (reason == 0 && data == nullptr && size > 0)
-        reason = EINVAL;
+        reason = os_error::invalid_argument;
     if (reason != 0) {
         ACE_OS::last_error(last_error_ = reason);
         return false;
@@ -323,7 +309,7 @@ std::int64_t Fixed_Block_File_Writer_T<Char, Buffer>::seek(std::int64_t offset, 
 {
     if (!flush())
         return -1;
-    const std::int64_t position = ACE_OS::lseek(handle_, offset, whence);
+    const std::int64_t position = file_system::seek(handle_, offset, whence);
     if (position < 0) {
         // Nothing was lost, so later writes are as good as before.
         last_error_ = ACE_OS::last_error();
@@ -363,7 +349,7 @@ bool Fixed_Block_File_Writer_T<Char, Buffer>::fail()
 template <class Char, class Buffer>
 void Fixed_Block_File_Writer_T<Char, Buffer>::go_to_end()
 {
-    const std::int64_t end = ACE_OS::lseek(handle_, 0, SEEK_END);
+    const std::int64_t end = file_system::seek(handle_, 0, SEEK_END);
     position_ = window_ = end > 0 ? static_cast<std::uint64_t>(end) : 0;
 }
 
@@ -373,11 +359,11 @@ bool Fixed_Block_File_Writer_T<Char, Buffer>::store(const Char* data, std::uint6
     while (size > 0) {
         const ssize_t count = ACE_OS::write(
             handle_, data, static_cast<std::size_t>(std::min(size, largest_transfer)));
-        if (count < 0 && ACE_OS::last_error() == EINTR)
+        if (count < 0 && ACE_OS::last_error() == os_error::interrupted)
             continue;
         if (count <= 0) {
             if (count == 0)
-                ACE_OS::last_error(EIO);
+                ACE_OS::last_error(os_error::write_fault);
             return fail();
         }
         data += count;

@@ -8,9 +8,6 @@
 #include <cstdint>
 #include <memory>
 
-/// Share argument for files that others may read, write and delete meanwhile (on Windows).
-constexpr int share_all = 7;
-
 /// How a local file is read or written in blocks. A zero in any field means the default that is
 /// named there, so `File_Options{}` is a plain buffered file.
 struct File_Options
@@ -45,7 +42,7 @@ public:
     static constexpr std::uint64_t max_size = 64U << 20U;
 
     /// Makes room for @p size elements; the contents are undefined afterwards.
-    /// @return false (system error number ENOMEM or EINVAL) when that is not to be had
+    /// @return false (ACE_OS::last_error()) when that is not to be had
     [[nodiscard]] bool resize(std::uint64_t size);
 
     Char* data() { return data_.get(); }

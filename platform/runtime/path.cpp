@@ -1,8 +1,10 @@
 #include "platform/runtime/path.h"
 
+#include "platform/runtime/file_system.h"
+#include "platform/runtime/os_error.h"
+
 #include <ace/Default_Constants.h>
 #include <ace/OS_NS_errno.h>
-#include <ace/OS_NS_sys_stat.h>
 #include <new>
 #include <string_view>
 #include <vector>
@@ -32,8 +34,8 @@ std::string_view parent_of(std::string_view path)
 
 bool is_directory(const char* path)
 {
-    ACE_stat info;
-    return ACE_OS::stat(path, &info) == 0 && (info.st_mode & S_IFMT) == S_IFDIR;
+    file_system::Status status;
+    return file_system::status(path, true, status) && status.is_directory();
 }
 
 enum class Made
@@ -46,10 +48,10 @@ enum class Made
 
 Made make_one(const char* path, unsigned short mode)
 {
-    if (ACE_OS::mkdir(path, mode) == 0)
+    if (file_system::make_directory(path, mode))
         return Made::created;
     const int reason = ACE_OS::last_error();
-    if (reason == ENOENT)
+    if (os_error::is_missing(reason))
         return Made::parent_missing;
     // Asked whatever the reason: some systems answer EACCES or EROFS for a directory that is
     // there, and another thread may have been faster.
@@ -89,13 +91,13 @@ int make_all(std::string_view path, unsigned short mode,
 int mkdir_p(const char* path, unsigned short mode, const std::function<void(const char*)>& callback)
 {
     if (path == nullptr || *path == '\0') {
-        ACE_OS::last_error(path == nullptr ? EINVAL : ENOENT);
+        ACE_OS::last_error(path == nullptr ? os_error::invalid_argument : os_error::no_such_file);
         return -1;
     }
     try {
         return make_all(path, mode, callback);
     } catch (const std::bad_alloc&) {
-        ACE_OS::last_error(ENOMEM);
+        ACE_OS::last_error(os_error::out_of_memory);
         return -1;
     }
 }

@@ -17,6 +17,7 @@ constexpr std::string_view secure_schemes[] = {
     "ufiles", "coss",      "scss",  "blobs",  "s3v4s", "hbrs", "obss", "btrfss", "ftps", "lanfrees",
 };
 
+// Also shares of other hosts.
 constexpr bool has_drives = ACE_DIRECTORY_SEPARATOR_CHAR_A == '\\';
 constexpr auto host_chars = urls::unreserved_chars + urls::sub_delim_chars;
 constexpr auto path_chars = urls::pchars + '/';
@@ -145,6 +146,8 @@ std::string URI::path(bool encoded) const
     const bool local = has_drives && scheme_ == "file";
     if (encoded)
         return (local && begins_with_drive(path_) ? "/" : "") + encode(path_, path_chars);
+    if (local && !host_.empty() && host_ != "localhost")
+        return "//" + host_ + path_;
     if (local && !path_.empty() && begins_with_drive(std::string_view(path_).substr(1)))
         return path_.substr(1);
     return path_;

@@ -27,7 +27,8 @@ public:
     void port(unsigned short value) { port_ = value; }
 
     /// @param encoded  true: percent-encoded form, false: plain form.
-    /// On Windows the plain path of "file:///C:/x" is "C:/x", without the leading slash.
+    /// On Windows the plain path of "file:///C:/x" is "C:/x", without the leading slash, and that
+    /// of "file://server/share/x" is "//server/share/x".
     std::string path(bool encoded) const;
     void path(const std::string& value, bool encoded);
 

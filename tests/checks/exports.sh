@@ -6,6 +6,18 @@ set -euo pipefail
 
 library=$1 root=$2
 
+# The mangled names that the library shows, one a line.
+shown()
+{
+    if [[ $library == *.dll ]]; then
+        # The last of its tables, with lines of the form "	[   0] NAME".
+        objdump -p "$library" | sed -nE '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^.*\] //p' |
+            grep -v '^Table'
+    else
+        nm -D --defined-only "$library" | sed -E 's/^[0-9a-f]* *[A-Za-z] //'
+    fi
+}
+
 # Everything marked, one "class NAME" or "function NAME" a line.
 marked=$(find "$root/client_io" "$root/platform" -name '*.h' -exec cat {} + |
     awk '
@@ -21,7 +33,7 @@ marked=$(find "$root/client_io" "$root/platform" -name '*.h' -exec cat {} + |
             }
         }' | sort -u)
 
-nm -D --defined-only -C "$library" |
+shown | c++filt |
     awk -v marked="$marked" '
         BEGIN {
             count = split(marked, lines, "\n")
@@ -32,14 +44,13 @@ nm -D --defined-only -C "$library" |
         }
         {
             name = $0
-            sub(/^[0-9a-f]* *[A-Za-z] /, "", name)
             whole = name
             sub(/^(vtable|VTT|typeinfo|typeinfo name) for /, "", name)
             sub(/^(non-virtual|virtual) thunk to /, "", name)
             sub(/\[abi:[^\]]*\]/, "", name)
             sub(/[(<].*/, "", name)
             # A class or function in a namespace of ours is marked under its last name.
-            sub(/^json_spirit::/, "", name)
+            sub(/^(json_spirit|file_system)::/, "", name)
             owner = name
             while (!(owner in kind) && sub(/::[^:]*$/, "", owner)) {}
             ++symbols

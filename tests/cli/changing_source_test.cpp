@@ -1,12 +1,10 @@
 #include "cli/get_worker.h"
 #include "cli/put_worker.h"
 #include "tests/cli/cli_test.h"
+#include "tests/cli/test_pipe.h"
 #include "tests/support/fake_clock.h"
 
-#include <fcntl.h>
 #include <fstream>
-#include <sstream>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -19,16 +17,8 @@ protected:
 
     void SetUp() override
     {
-        ASSERT_EQ(::setenv("XDG_STATE_HOME", at("state").c_str(), 1), 0);
         write("source", pattern(size));
         write("target/stored", pattern(size));
-        ASSERT_EQ(::pipe2(pipe_, O_NONBLOCK), 0);
-        ASSERT_GE(::fcntl(pipe_[1], F_SETPIPE_SZ, 1 << 20), 1 << 20);
-    }
-    void TearDown() override
-    {
-        ::close(pipe_[0]);
-        ::close(pipe_[1]);
     }
 
     /// Runs one transfer that meets @p change after its first block.
@@ -36,7 +26,7 @@ protected:
     int transfer(bool put, const std::function<void()>& change)
     {
         Fake_Clock clock;
-        cio::Output out(pipe_[1]);
+        cio::Output out(pipe_.write_end());
         const cio::Target target = cio::make_target(uri(), {}, true);
         cio::Reporter report({put ? "put" : "get", false, true, true}, out, out);
         cio::Transfer shared{target, report, false, false};
@@ -46,15 +36,13 @@ protected:
                 change();
         };
         if (put)
-            cio::Put_Worker(shared).run({at("source").string(), "new", false, std::nullopt});
+            cio::Put_Worker(shared).run({path("source"), "new", false, std::nullopt});
         else
-            cio::Get_Worker(shared).run({"stored", at("local").string(), {size, 1}, false});
+            cio::Get_Worker(shared).run({"stored", path("local"), {size, 1}, false});
         clock.on_look = nullptr;
         const int code = report.finish(false);
         out.flush();
-        messages_.resize(1 << 20);
-        const ssize_t n = ::read(pipe_[0], messages_.data(), messages_.size());
-        messages_.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+        messages_ = pipe_.take();
         return code;
     }
     void expect_changed(bool put, const std::function<void()>& change)
@@ -65,7 +53,8 @@ protected:
     }
     void append(const std::string& name) { std::ofstream(at(name), std::ios::app) << "more"; }
 
-    int pipe_[2] = {-1, -1};
+    const Environment_Variable state_{"XDG_STATE_HOME", path("state")};
+    Test_Pipe pipe_;
     std::string messages_;
 };
 

@@ -1,16 +1,14 @@
 #pragma once
 
+#include <ace/Basic_Types.h>
 #include <string>
 #include <utility>
 #include <vector>
 
-/// Stands in an exit code for the end by a signal, whose number is added.
-constexpr int ended_by_signal = 1000;
-
 /// What a finished run of the program left.
 struct Cio_Result
 {
-    int code = -1; ///< exit code, or ended_by_signal + number
+    int code = -1; ///< exit code; -1 when a signal ended it
     std::string out;
     std::string err;
 };
@@ -21,7 +19,7 @@ struct Cio_Settings
     std::string directory{};                                        ///< to run in; "" = the test's
     std::vector<std::pair<std::string, std::string>> environment{}; ///< added to the test's
     std::string input{};                                            ///< on standard input
-    bool powerless = false; ///< without root's power to read and write what is not permitted
+    bool powerless = false; ///< without root's power over what is not permitted; not on Windows
     std::string out_file{}; ///< standard output goes to this file; "" = to the result
 };
 
@@ -49,16 +47,21 @@ public:
     /// Waits until so many bytes of output wait to be read.
     void wait_until_output_waits(int size);
     void close_output();
-    void send_signal(int number);
+    /// Asks it to end as a user does: Ctrl-C, on Windows Ctrl-Break.
+    void ask_to_end();
     /// Waits for its end without reading what it writes. @return the exit code
     int wait_for_end();
     /// Waits for its end and takes all output.
     Cio_Result wait();
 
+    /// The number of the process.
+    int pid() const { return pid_; }
+
 private:
     int pid_ = -1;
-    int in_ = -1;
-    int out_ = -1;
-    int err_ = -1;
+    ACE_HANDLE process_ = ACE_INVALID_HANDLE; // on Windows
+    ACE_HANDLE in_ = ACE_INVALID_HANDLE;
+    ACE_HANDLE out_ = ACE_INVALID_HANDLE;
+    ACE_HANDLE err_ = ACE_INVALID_HANDLE;
     Cio_Result result_;
 };

@@ -140,9 +140,9 @@ void Cio_Process::close_output()
     close_end(out_);
 }
 
-void Cio_Process::send_signal(int number)
+void Cio_Process::ask_to_end()
 {
-    ::kill(pid_, number);
+    ::kill(pid_, SIGINT);
 }
 
 Cio_Result Cio_Process::wait()
@@ -172,7 +172,7 @@ int Cio_Process::wait_for_end()
     int status = 0;
     ::waitpid(pid_, &status, 0);
     pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : ended_by_signal + WTERMSIG(status);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 Cio_Result run_cio(const std::vector<std::string>& arguments, const Cio_Settings& settings)

@@ -9,24 +9,35 @@
 
 namespace fs = std::filesystem;
 
+namespace
+{
+
+std::string text_of(const fs::path& path)
+{
+    const std::u8string text = path.generic_u8string();
+    return {text.begin(), text.end()};
+}
+
+} // namespace
+
 Cli_Test::Cli_Test()
 {
-    std::string name = (fs::temp_directory_path() / "cio-test-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr)
-        std::abort();
-    root_ = name;
+    std::random_device random;
+    do
+        root_ = fs::temp_directory_path() / ("cio-test-" + std::to_string(random()));
+    while (!fs::create_directory(root_));
 }
 
 Cli_Test::~Cli_Test()
 {
     std::error_code ignored;
-    fs::remove_all(root_, ignored);
+    fs::remove_all(native_path(text_of(root_)), ignored);
 }
 
 Cio_Settings Cli_Test::in_here(Cio_Settings settings) const
 {
-    settings.directory = root_.string();
-    settings.environment.emplace_back("XDG_STATE_HOME", (root_ / "state").string());
+    settings.directory = text_of(root_);
+    settings.environment.emplace_back("XDG_STATE_HOME", path("state"));
     return settings;
 }
 
@@ -35,9 +46,20 @@ Cio_Result Cli_Test::cio(const std::vector<std::string>& arguments, Cio_Settings
     return run_cio(arguments, in_here(std::move(settings)));
 }
 
+fs::path Cli_Test::at(const std::string& name) const
+{
+    return native_path(path(name));
+}
+
+std::string Cli_Test::path(const std::string& name) const
+{
+    return text_of(root_) + '/' + name;
+}
+
 std::string Cli_Test::uri(const std::string& name) const
 {
-    return "file://" + at(name).string();
+    const std::string text = path(name);
+    return (text.starts_with('/') ? "file://" : "file:///") + text;
 }
 
 void Cli_Test::write(const std::string& name, const std::string& contents) const
@@ -61,9 +83,15 @@ bool Cli_Test::exists(const std::string& name) const
     return fs::exists(fs::symlink_status(at(name)));
 }
 
-bool Cli_Test::shell(const std::string& command) const
+bool Cli_Test::same(const std::string& first, const std::string& second) const
 {
-    return std::system(("cd '" + root_.string() + "' && " + command).c_str()) == 0;
+    if (!fs::is_directory(at(first)))
+        return read(first) == read(second);
+    const std::vector<std::string> paths = paths_below(at(first));
+    return paths == paths_below(at(second)) &&
+           std::all_of(paths.begin(), paths.end(), [&](const std::string& name) {
+               return name.ends_with('/') || read(first + '/' + name) == read(second + '/' + name);
+           });
 }
 
 void Cli_Test::shift_time(const std::string& name, int seconds) const
@@ -87,7 +115,7 @@ std::vector<std::string> paths_below(const fs::path& directory)
 {
     std::vector<std::string> paths;
     for (const auto& entry : fs::recursive_directory_iterator(directory))
-        paths.push_back(fs::relative(entry.path(), directory).string() +
+        paths.push_back(text_of(entry.path().lexically_relative(directory)) +
                         (entry.is_directory() ? "/" : ""));
     std::sort(paths.begin(), paths.end());
     return paths;

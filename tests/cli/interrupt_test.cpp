@@ -1,10 +1,5 @@
-#include "cli/interrupt.h"
-
-#include "platform/json/json_value.h"
 #include "tests/cli/cli_test.h"
-
-#include <csignal>
-#include <unistd.h>
+#include "tests/support/this_system.h"
 
 namespace fs = std::filesystem;
 
@@ -17,7 +12,7 @@ protected:
     void make_endless(const std::string& name) const
     {
         write(name, "");
-        fs::resize_file(at(name), endless);
+        this_system::resize_with_hole(path(name), endless);
     }
 };
 
@@ -27,7 +22,7 @@ TEST_F(Interrupted, WaitingForInputEndsWithThePartialFileNamed)
     Cio_Process process({"put", "-", uri(), "in"}, in_here());
     // More than any pipe holds: when it is written, the program has read most of it.
     process.write(data);
-    process.send_signal(SIGINT);
+    process.ask_to_end();
     const Cio_Result result = process.wait();
     EXPECT_EQ(result.code, 130);
     EXPECT_NE(result.err.find("cio: put: in: interrupted: "), std::string::npos);
@@ -43,7 +38,7 @@ TEST_F(Interrupted, OnePartialFileAtMostStaysInTheTarget)
     write("tree/whole", "whole");
     Cio_Process process({"put", "--json", "--jobs", "4", "tree", uri()}, in_here());
     ASSERT_TRUE(process.wait_for_output("\"progress\""));
-    process.send_signal(SIGTERM);
+    process.ask_to_end();
     const Cio_Result result = process.wait();
     EXPECT_EQ(result.code, 130);
     const std::size_t named = result.out.find("\"partial\"");
@@ -66,7 +61,7 @@ TEST_F(Interrupted, RestoringLeavesOnePartialFileAtMost)
         make_endless(name);
     Cio_Process process({"get", "--json", uri(), "tree", "back/"}, in_here());
     ASSERT_TRUE(process.wait_for_output("\"progress\""));
-    process.send_signal(SIGINT);
+    process.ask_to_end();
     const Cio_Result result = process.wait();
     EXPECT_EQ(result.code, 130);
     EXPECT_EQ(paths_below(at("back/tree")).size(), 1U);
@@ -79,7 +74,7 @@ TEST_F(Interrupted, InterruptedFileIsContinued)
     {
         Cio_Process process({"put", "--json", "source", uri()}, in_here());
         ASSERT_TRUE(process.wait_for_output("\"progress\""));
-        process.send_signal(SIGINT);
+        process.ask_to_end();
         EXPECT_EQ(process.wait().code, 130);
     }
     const std::uint64_t first = fs::file_size(at("target/source"));
@@ -87,36 +82,11 @@ TEST_F(Interrupted, InterruptedFileIsContinued)
     EXPECT_FALSE(fs::is_empty(at("state/cio")));
     Cio_Process process({"put", "--resume", "--json", "source", uri()}, in_here());
     ASSERT_TRUE(process.wait_for_output("\"progress\""));
-    process.send_signal(SIGINT);
+    process.ask_to_end();
     const Cio_Result result = process.wait();
     EXPECT_EQ(result.code, 130);
     EXPECT_EQ(result.out.find("starts again"), std::string::npos);
     EXPECT_GT(fs::file_size(at("target/source")), first);
-}
-
-TEST(Interrupt_Signals, ASecondSignalEndsTheProcess)
-{
-    EXPECT_EXIT(
-        {
-            cio::interrupt::install();
-            ::raise(SIGINT);
-            if (cio::interrupt::requested())
-                ::raise(SIGTERM);
-            ::_exit(0);
-        },
-        testing::KilledBySignal(SIGTERM), "");
-}
-
-TEST(Interrupt_Signals, TheSameSignalAtOnceIsTheSameRequest)
-{
-    EXPECT_EXIT(
-        {
-            cio::interrupt::install();
-            ::raise(SIGTERM);
-            ::raise(SIGTERM);
-            ::_exit(cio::interrupt::requested() ? 7 : 0);
-        },
-        testing::ExitedWithCode(7), "");
 }
 
 TEST_F(Interrupted, ComparingAndListingEndAsWell)
@@ -125,30 +95,18 @@ TEST_F(Interrupted, ComparingAndListingEndAsWell)
     make_endless("target/source");
     Cio_Process process({"verify", "--json", "source", uri(), "source"}, in_here());
     ASSERT_TRUE(process.wait_for_output("\"progress\""));
-    process.send_signal(SIGINT);
+    process.ask_to_end();
     const Cio_Result result = process.wait();
     EXPECT_EQ(result.code, 130);
     EXPECT_EQ(result.out.find("\"difference\":"), std::string::npos);
 }
 
-TEST_F(Interrupted, WritingToSomebodyWhoDoesNotReadEndsAtTheFirstSignal)
+TEST_F(Interrupted, WritingToSomebodyWhoDoesNotReadEndsAtTheFirstRequest)
 {
     make_endless("target/source");
     Cio_Process process({"cat", uri(), "source"}, in_here());
     ASSERT_TRUE(process.read_output((1 << 20) + 5000));
     process.wait_until_output_waits(62'000);
-    process.send_signal(SIGTERM);
+    process.ask_to_end();
     EXPECT_EQ(process.wait_for_end(), 130);
-}
-
-TEST_F(Interrupted, OneRequestThatArrivesTwiceStillEndsCleanly)
-{
-    make_endless("source");
-    Cio_Process process({"put", "--json", "source", uri()}, in_here());
-    ASSERT_TRUE(process.wait_for_output("\"progress\""));
-    process.send_signal(SIGTERM);
-    process.send_signal(SIGTERM);
-    const Cio_Result result = process.wait();
-    EXPECT_EQ(result.code, 130);
-    EXPECT_NE(result.out.find("\"partial\""), std::string::npos);
 }

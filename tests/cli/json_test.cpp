@@ -1,37 +1,4 @@
-#include "platform/json/json_value.h"
-#include "platform/runtime/base64.h"
-#include "tests/cli/cli_test.h"
-
-#include <sstream>
-
-class Json : public Cli_Test
-{
-protected:
-    /// Every line, which has to be an object with a type.
-    static std::vector<json_spirit::Value> lines(const std::string& text)
-    {
-        std::vector<json_spirit::Value> objects;
-        std::istringstream stream(text);
-        std::string line;
-        std::string error;
-        while (std::getline(stream, line)) {
-            json_spirit::Value value;
-            EXPECT_TRUE(loads_json(line, value, &error)) << line << ": " << error;
-            EXPECT_TRUE(value.is_object() && value.contains("type")) << line;
-            objects.push_back(value);
-        }
-        EXPECT_TRUE(text.empty() || text.back() == '\n');
-        return objects;
-    }
-    static std::vector<json_spirit::Value> of_type(const std::string& text, const char* type)
-    {
-        std::vector<json_spirit::Value> found;
-        for (const json_spirit::Value& object : lines(text))
-            if (object["type"] == type)
-                found.push_back(object);
-        return found;
-    }
-};
+#include "tests/cli/json_test.h"
 
 TEST_F(Json, SummaryIsTheLastLineAndTellsTheVersion)
 {
@@ -89,27 +56,6 @@ TEST_F(Json, EntriesOfEveryListingCommand)
     EXPECT_EQ(usage[0]["size"], 4);
 }
 
-TEST_F(Json, NamesThatAreNotUtf8HaveTheirBytesBeside)
-{
-    const std::string name = "caf\xE9";
-    write("target/" + name, "");
-    const auto entries = of_type(cio({"ls", "--json", uri()}).out, "entry");
-    ASSERT_EQ(entries.size(), 1U);
-    EXPECT_EQ(entries[0]["path"], "caf\xEF\xBF\xBD");
-    std::string bytes;
-    ASSERT_TRUE(Base64_Decoder::decode(entries[0]["path_base64"].get<std::string>(), bytes));
-    EXPECT_EQ(bytes, name);
-}
-
-TEST_F(Json, NamesWithNewlinesStayOnOneLine)
-{
-    write("target/a\nb\"c", "");
-    const auto entries = of_type(cio({"ls", "--json", uri()}).out, "entry");
-    ASSERT_EQ(entries.size(), 1U);
-    EXPECT_EQ(entries[0]["path"], "a\nb\"c");
-    EXPECT_FALSE(entries[0].contains("path_base64"));
-}
-
 TEST_F(Json, DifferencesTellKindAndPlace)
 {
     write("tree/a", "same");
@@ -138,18 +84,6 @@ TEST_F(Json, CatKeepsStandardOutputForTheData)
     EXPECT_EQ(result.out, "data");
     ASSERT_EQ(lines(result.err).size(), 1U);
     EXPECT_EQ(lines(result.err)[0]["type"], "summary");
-}
-
-TEST_F(Json, SkippedThingsAreWarnings)
-{
-    write("tree/a", "");
-    std::filesystem::create_symlink("nowhere", at("tree/link"));
-    const Cio_Result result = cio({"put", "--json", "tree", uri()});
-    EXPECT_EQ(result.err, "");
-    const auto warnings = of_type(result.out, "warning");
-    ASSERT_EQ(warnings.size(), 1U);
-    EXPECT_EQ(warnings[0]["path"], "tree/link");
-    EXPECT_EQ(lines(result.out).back()["skipped"], 1);
 }
 
 TEST_F(Json, ADifferenceOfTheRootHasAPathToo)

@@ -3,10 +3,8 @@
 #include "cli/failure.h"
 #include "cli/put_worker.h"
 #include "tests/cli/cli_test.h"
+#include "tests/cli/test_pipe.h"
 #include "tests/support/fake_clock.h"
-
-#include <fcntl.h>
-#include <unistd.h>
 
 using cio::Limit;
 using cio::parse_limit;
@@ -137,9 +135,9 @@ class Limited_Transfer : public Cli_Test
 TEST_F(Limited_Transfer, TakesTheTimeThatItsShareOfTheLimitAllows)
 {
     write("source", pattern(4 << 20));
-    ASSERT_EQ(::setenv("XDG_STATE_HOME", at("state").c_str(), 1), 0);
-    const int nowhere = ::open("/dev/null", O_WRONLY);
-    cio::Output out(nowhere);
+    const Environment_Variable state("XDG_STATE_HOME", path("state"));
+    const Test_Pipe pipe;
+    cio::Output out(pipe.write_end());
     Client_IO_Base::Options options;
     options.max_bytes_per_second = 1 << 20;
     for (const unsigned workers : {1U, 4U}) {
@@ -148,11 +146,10 @@ TEST_F(Limited_Transfer, TakesTheTimeThatItsShareOfTheLimitAllows)
         const cio::Target target = cio::make_target(uri(), options, true);
         cio::Reporter report({"put", true, false, true}, out, out);
         cio::Transfer transfer{target, report, false, false};
-        cio::Put_Worker(transfer, workers).run({at("source").string(), name, false, std::nullopt});
+        cio::Put_Worker(transfer, workers).run({path("source"), name, false, std::nullopt});
         EXPECT_EQ(report.finish(false), 0);
         EXPECT_EQ(read("target/" + name), read("source"));
         const double seconds = std::chrono::duration<double>(clock.time).count();
         EXPECT_NEAR(seconds, 4.0 * workers, 0.05 * 4.0 * workers) << workers;
     }
-    ::close(nowhere);
 }

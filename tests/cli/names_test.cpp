@@ -1,7 +1,4 @@
-#include "tests/cli/cli_test.h"
-
-class Names : public Cli_Test, public testing::WithParamInterface<std::string>
-{};
+#include "tests/cli/names_test.h"
 
 TEST_P(Names, RoundTripKeepsNameAndContents)
 {
@@ -31,11 +28,10 @@ TEST_P(Names, NameOnTheCommandLineIsTakenAsItStands)
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Names,
-                         testing::Values("with space", "new\nline", "tab\there", "\"quoted\"",
-                                         "it's", "100%", "%41", "a%2Fb", "back\\slash", "[a,b]",
+                         testing::Values("with space", "it's", "100%", "%41", "a%2Fb", "[a,b]",
                                          "{}", "%%", "++", "-dash", "--", "--overwrite", "ls",
-                                         "put", "help", "file:", "x=y", "#hash", "what?", "...",
-                                         " ", "~", "*", "\x01", "\x01\x01two", "\xff\xfe not UTF-8",
+                                         "put", "help", "x=y", "#hash", "...", " ", "~", "a.", "a ",
+                                         "con", "aux.txt", "NUL",
                                          "\xC3\xA4\xE6\x97\xA5\xF0\x9F\x98\x80",
                                          std::string(200, 'n')));
 
@@ -72,5 +68,5 @@ TEST_F(Names_Of_Targets, SlashesAndDotsInAPathDoNotMatter)
 TEST_F(Names_Of_Targets, PercentInAUriIsDecodedAndInAPathIsNot)
 {
     write("tar get/a%20b", "A");
-    EXPECT_EQ(cio({"cat", "file://" + at("tar%20get").string(), "a%20b"}).out, "A");
+    EXPECT_EQ(cio({"cat", uri("tar%20get"), "a%20b"}).out, "A");
 }

@@ -2,9 +2,8 @@
 
 #include "cli/failure.h"
 #include "platform/json/json_value.h"
+#include "tests/cli/cli_test.h"
 
-#include <cstdlib>
-#include <gtest/gtest.h>
 #include <set>
 
 using cio::read_options;
@@ -131,10 +130,11 @@ TEST(Option_Table, ValuesThatDoNotFitAreRefused)
 
 TEST(Option_Table, EnvironmentStandsBetweenFileAndAssignments)
 {
-    ASSERT_EQ(::setenv("CIO_SECRET_KEY", "from environment", 1), 0);
-    EXPECT_EQ(assigned({}).secret_key, "from environment");
-    EXPECT_EQ(assigned({"secret_key=from command line"}).secret_key, "from command line");
-    ::unsetenv("CIO_SECRET_KEY");
+    {
+        const Environment_Variable secret("CIO_SECRET_KEY", "from \xC3\xA4 environment");
+        EXPECT_EQ(assigned({}).secret_key, "from \xC3\xA4 environment");
+        EXPECT_EQ(assigned({"secret_key=from command line"}).secret_key, "from command line");
+    }
     EXPECT_EQ(assigned({}).secret_key, "");
 }
 

@@ -1,10 +1,12 @@
 #include "cli/output.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <fcntl.h>
+#include "platform/runtime/file_system.h"
+#include "tests/cli/test_pipe.h"
+#include "tests/support/this_system.h"
+
+#include <ace/OS_NS_unistd.h>
+#include <ace/os_include/os_fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 TEST(Output, WellFormedUtf8IsTold)
 {
@@ -40,63 +42,55 @@ TEST(Output, AmountsOfBytesAreReadable)
     EXPECT_EQ(cio::format_bytes(UINT64_MAX), "15.9 EiB");
 }
 
-TEST(Output, ControlCharactersAreShownRawToProgramsAndMaskedOnTerminals)
+TEST(Output, ACharacterThatIsBegunAtTheEndIsNotWholeYet)
 {
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_GE(terminal, 0);
-    {
-        const cio::Output piped(ends[1]);
-        const cio::Output shown(terminal);
-        EXPECT_FALSE(piped.is_terminal());
-        ASSERT_TRUE(shown.is_terminal());
-        const std::string name = "a\x1b[2J\n\x7f\xC2\x9Bz\xC3\xA4";
-        EXPECT_EQ(piped.printable(name), name);
-        EXPECT_EQ(shown.printable(name), "a?[2J????z\xC3\xA4");
-    }
-    ::close(ends[0]);
-    ::close(ends[1]);
-    ::close(terminal);
+    for (const auto& [text, size] : {std::pair<const char*, std::size_t>{"", 0},
+                                     {"ab", 2},
+                                     {"a\xC3", 1},
+                                     {"a\xC3\xA4", 3},
+                                     {"\xE6\x97", 0},
+                                     {"\xE6\x97\xA5", 3},
+                                     {"b\xF0\x9F\x98", 1},
+                                     {"b\xF0\x9F\x98\x80", 5},
+                                     {"\xA4\xA4\xA4\xA4", 4},
+                                     {"\xFF", 0},
+                                     {"\xFF\xFF\xFFx", 4}})
+        EXPECT_EQ(cio::whole_characters(text), size) << text;
 }
 
 TEST(Output, EverythingArrivesInOrderWhateverItsSize)
 {
-    int ends[2];
-    ASSERT_EQ(::pipe2(ends, O_NONBLOCK), 0);
-    ASSERT_GE(::fcntl(ends[1], F_SETPIPE_SZ, 1 << 20), 1 << 20);
+    Test_Pipe pipe;
     std::string expected;
     {
-        cio::Output out(ends[1]);
+        cio::Output out(pipe.write_end());
+        EXPECT_FALSE(out.is_terminal());
         for (const std::size_t size : {1U, 65535U, 2U, 65536U, 100'000U, 3U}) {
             const std::string text(size, static_cast<char>('a' + size % 26));
             out.write(text);
             expected += text;
         }
+        out.write("no\nline\r\nis changed\n\x1A");
+        expected += "no\nline\r\nis changed\n\x1A";
         out.flush();
         EXPECT_FALSE(out.failed());
     }
-    std::string got(expected.size() + 1, '\0');
-    std::size_t size = 0;
-    for (ssize_t n = 0; (n = ::read(ends[0], got.data() + size, got.size() - size)) > 0;)
-        size += static_cast<std::size_t>(n);
-    got.resize(size);
-    EXPECT_EQ(got, expected);
-    ::close(ends[0]);
-    ::close(ends[1]);
+    EXPECT_EQ(pipe.take(), expected);
 }
 
 TEST(Output, FailureIsKept)
 {
-    const int full = ::open("/dev/full", O_WRONLY);
-    ASSERT_GE(full, 0);
+    const this_system::Unwritable_File full;
+    const ACE_HANDLE handle =
+        file_system::open(full.path().c_str(), O_WRONLY, file_system::share_all);
+    ASSERT_NE(handle, ACE_INVALID_HANDLE);
     {
-        cio::Output out(full);
+        cio::Output out(handle);
         out.write("x");
         EXPECT_FALSE(out.failed());
         out.flush();
         EXPECT_TRUE(out.failed());
-        EXPECT_EQ(out.error_number(), ENOSPC);
+        EXPECT_EQ(out.error_number(), this_system::Unwritable_File::errnum());
     }
-    ::close(full);
+    ACE_OS::close(handle);
 }

@@ -163,23 +163,6 @@ TEST_F(Put_Get, SomeFailuresInATreeAreCodeSixAndAllOfThemTheirOwn)
     EXPECT_EQ(cio({"put", "tree", uri()}).code, 4);
 }
 
-TEST_F(Put_Get, WhatIsNoFileIsSkippedWithAWarningAndLinksToFilesAreFollowed)
-{
-    write("tree/file", "f");
-    fs::create_symlink("file", at("tree/link"));
-    fs::create_directory_symlink(".", at("tree/loop"));
-    fs::create_symlink("nowhere", at("tree/dangling"));
-    const Cio_Result result = cio({"put", "tree", uri()});
-    EXPECT_EQ(result.code, 0);
-    EXPECT_EQ(paths_below(at("target/tree")), (std::vector<std::string>{"file", "link"}));
-    EXPECT_FALSE(fs::is_symlink(at("target/tree/link")));
-    EXPECT_NE(result.err.find("tree/loop: skipped: a symbolic link to a directory"),
-              std::string::npos);
-    EXPECT_NE(result.err.find("tree/dangling: skipped: a symbolic link that leads nowhere"),
-              std::string::npos);
-    EXPECT_NE(result.out.find("2 skipped"), std::string::npos);
-}
-
 TEST_F(Put_Get, StandardInputIsStored)
 {
     const std::string data = pattern(300'001);
@@ -212,31 +195,6 @@ TEST_F(Put_Get, DirectoryIsNotPutOrRestoredIntoItself)
     EXPECT_EQ(paths_below(at("target")), (std::vector<std::string>{"data/", "data/a"}));
 }
 
-TEST_F(Put_Get, RestoredTreeDoesNotFollowLinksThatLeadOutOfIt)
-{
-    write("target/tree/sub/file", "from the target");
-    write("target/tree/plain", "from the target");
-    write("outside/victim", "untouched");
-    fs::create_directories(at("back/tree"));
-    fs::create_directory_symlink(at("outside"), at("back/tree/sub"));
-    fs::create_symlink(at("outside/victim"), at("back/tree/plain"));
-    const Cio_Result result = cio({"get", "--overwrite", uri(), "tree", "back/"});
-    EXPECT_EQ(result.code, 1);
-    EXPECT_NE(result.err.find("symbolic link, which is not followed"), std::string::npos);
-    EXPECT_EQ(paths_below(at("outside")), std::vector<std::string>{"victim"});
-    EXPECT_EQ(read("outside/victim"), "untouched");
-}
-
-TEST_F(Put_Get, NamedLocalLinkIsTheUsersAndIsFollowed)
-{
-    write("target/a", "A");
-    write("real", "old");
-    fs::create_symlink("real", at("link"));
-    EXPECT_EQ(cio({"get", "--overwrite", uri(), "a", "link"}).code, 0);
-    EXPECT_EQ(read("real"), "A");
-    EXPECT_TRUE(fs::is_symlink(at("link")));
-}
-
 TEST_F(Put_Get, ManyFilesOverSeveralConnectionsArriveWhole)
 {
     for (unsigned i = 0; i < 500; ++i)
@@ -261,31 +219,4 @@ TEST_F(Put_Get, AFileAndContentsThatBearItsNameAreNeverWrittenAtOnce)
     write("target/f", std::string(40 << 20, 'A'));
     EXPECT_EQ(cio({"get", "--overwrite", uri(), "f", "p/", "back"}).code, 0);
     EXPECT_TRUE(read("back/f") == std::string(40 << 20, 'B'));
-}
-
-TEST_F(Put_Get, StandardInputThatCannotBeReadOrIsTheTargetCostsNothing)
-{
-    write("target/a", "precious");
-    const auto shell = [&](const std::string& line) {
-        const std::string command = "cd '" + at(".").string() + "' && '" CIO_PROGRAM "' " + line;
-        return std::system((command + " 2>/dev/null").c_str());
-    };
-    EXPECT_NE(shell("put --overwrite - " + uri() + " a < ."), 0);
-    EXPECT_EQ(read("target/a"), "precious");
-    EXPECT_NE(shell("put --overwrite - " + uri() + " a < target/a"), 0);
-    EXPECT_EQ(read("target/a"), "precious");
-    EXPECT_NE(shell("put - " + uri() + " b <&-"), 0);
-    EXPECT_FALSE(exists("target/b"));
-    EXPECT_NE(shell("ls " + uri() + " >&-"), 0);
-    EXPECT_NE(shell("--version > /dev/full"), 0);
-}
-
-TEST_F(Put_Get, NamedFilesFollowNoLinkBelowLocalEither)
-{
-    write("target/a", "from the target");
-    write("victim", "untouched");
-    fs::create_directory(at("back"));
-    fs::create_symlink(at("victim"), at("back/a"));
-    EXPECT_EQ(cio({"get", "--overwrite", uri(), "a", "back/"}).code, 1);
-    EXPECT_EQ(read("victim"), "untouched");
 }

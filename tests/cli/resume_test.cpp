@@ -1,7 +1,7 @@
 #include "cli/resume.h"
 
-#include "cli/file_stamp.h"
 #include "platform/json/json_value.h"
+#include "platform/runtime/file_system.h"
 #include "tests/cli/cli_test.h"
 
 namespace fs = std::filesystem;
@@ -16,10 +16,10 @@ class Resume : public Cli_Test
 protected:
     static constexpr std::size_t size = 3'000'000;
     const std::string data_ = pattern(size);
+    const Environment_Variable state_{"XDG_STATE_HOME", path("state")};
 
     void SetUp() override
     {
-        ASSERT_EQ(::setenv("XDG_STATE_HOME", at("state").c_str(), 1), 0);
         write("source", data_);
         write("target/stored", data_);
     }
@@ -37,12 +37,12 @@ protected:
     }
     cio::Target target() const { return cio::make_target(uri(), {}, true); }
     /// The record that an interrupted put leaves.
-    Resume_Record put_record() const { return {"put", target(), "stored", at("source").string()}; }
+    Resume_Record put_record() const { return {"put", target(), "stored", path("source")}; }
     Source_Version source_version() const
     {
-        cio::File_Stamp stamp;
-        EXPECT_TRUE(cio::stamp_path(at("source").c_str(), true, stamp));
-        return {stamp.size, stamp.mtime};
+        file_system::Status status;
+        EXPECT_TRUE(file_system::status(path("source").c_str(), true, status));
+        return {status.size, status.mtime};
     }
 };
 
@@ -209,9 +209,9 @@ TEST_F(Resume, RecordsAreKeptPerDirectionTargetAndPath)
     record.store(version);
     ASSERT_TRUE(record.load());
     EXPECT_EQ(*record.load(), version);
-    EXPECT_FALSE(Resume_Record("get", target(), "stored", at("source")).load());
-    EXPECT_FALSE(Resume_Record("put", target(), "store", at("source")).load());
-    EXPECT_FALSE(Resume_Record("put", target(), "stored", at("other")).load());
+    EXPECT_FALSE(Resume_Record("get", target(), "stored", path("source")).load());
+    EXPECT_FALSE(Resume_Record("put", target(), "store", path("source")).load());
+    EXPECT_FALSE(Resume_Record("put", target(), "stored", path("other")).load());
     record.remove();
     EXPECT_FALSE(record.load());
     EXPECT_TRUE(fs::is_empty(at("state/cio")));
@@ -220,16 +220,18 @@ TEST_F(Resume, RecordsAreKeptPerDirectionTargetAndPath)
 TEST_F(Resume, RecordOfTheSameFileByAnotherNameIsFound)
 {
     put_record().store({1, 2});
-    fs::current_path(at(""));
+    const fs::path before = fs::current_path();
+    fs::current_path(path(""));
     EXPECT_TRUE(Resume_Record("put", target(), "stored", "./source").load());
     EXPECT_TRUE(Resume_Record("put", target(), "stored", "source").load());
+    fs::current_path(before);
 }
 
 TEST_F(Resume, DamagedRecordIsNone)
 {
     put_record().store({1, 2});
     for (const auto& entry : fs::directory_iterator(at("state/cio")))
-        write(fs::relative(entry.path(), at("")).string(), "{\"size\":1,");
+        write("state/cio/" + entry.path().filename().string(), "{\"size\":1,");
     EXPECT_FALSE(put_record().load());
 }
 
@@ -282,8 +284,8 @@ TEST_F(Resume, ARecordIsFoundHoweverTheTargetWasWritten)
 {
     const cio::Target plain = cio::make_target(uri(), {}, true);
     const cio::Target slashes = cio::make_target(uri() + "//", {}, true);
-    const Resume_Record written("put", plain, "stored", at("source").string());
+    const Resume_Record written("put", plain, "stored", path("source"));
     written.store({1, 2});
-    EXPECT_TRUE(Resume_Record("put", slashes, "stored", at("source").string()).load());
+    EXPECT_TRUE(Resume_Record("put", slashes, "stored", path("source")).load());
     written.remove();
 }

@@ -1,9 +1,8 @@
 #include "cli/get_worker.h"
+#include "platform/runtime/os_error.h"
+#include "platform/runtime/posix_error.h"
+#include "tests/cli/test_pipe.h"
 #include "tests/cli/transform_test.h"
-
-#include <csignal>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -34,7 +33,7 @@ TEST_F(Transform_Damage, AWrongKeyFailsWithTheReasonAndCostsNothing)
     const auto encrypted = flags("", "aes-256-cbc");
     ASSERT_EQ(run("put", encrypted, {"little", uri(), "little"}).code, 0);
     store(both_);
-    fs::permissions(at("K"), fs::perms::owner_all);
+    fs::remove(at("K"));
     write_key("K", std::string(64, 'a'), iv_hex);
     write("local", "stays");
     // One block: what comes out of it does not end as it must.
@@ -122,18 +121,17 @@ TEST_F(Transform_Damage, AFailureOfTheStreamIsNeverNotFound)
 {
     // The number of the first failure is still in the connection when the second one comes.
     write("target/damaged", std::string(4096, 'x'));
-    const int nowhere = ::open("/dev/null", O_WRONLY);
-    cio::Output out(nowhere);
+    const Test_Pipe pipe;
+    cio::Output out(pipe.write_end());
     Client_IO_Base::Options options;
     options.compression = COMPRESSION_ZSTD;
     const cio::Target target = cio::make_target(uri(), options, false);
     cio::Reporter report({"get", true, false, true}, out, out);
     cio::Transfer transfer{target, report, false, false};
     cio::Get_Worker worker(transfer);
-    worker.run({"missing", at("local").string(), {}, false});
-    worker.run({"damaged", at("local").string(), {}, false});
+    worker.run({"missing", path("local"), {}, false});
+    worker.run({"damaged", path("local"), {}, false});
     EXPECT_EQ(report.finish(false), 1) << "3 if both were not found";
-    ::close(nowhere);
 }
 
 TEST_F(Transform_Damage, AnInterruptedPutLeavesNoFileThatLooksComplete)
@@ -146,7 +144,7 @@ TEST_F(Transform_Damage, AnInterruptedPutLeavesNoFileThatLooksComplete)
     arguments.insert(arguments.end(), {"source", uri(), "stored"});
     Cio_Process process(arguments, in_here());
     ASSERT_TRUE(process.wait_for_output("\"type\":\"progress\""));
-    process.send_signal(SIGINT);
+    process.ask_to_end();
     const Cio_Result result = process.wait();
     EXPECT_EQ(result.code, 130);
     EXPECT_EQ(result.out.find("\"partial\""), std::string::npos) << result.out;
@@ -163,7 +161,7 @@ TEST_F(Transform_Damage, SecretsAreInNoOutput)
     const Cio_Settings keys{
         .environment = {{"CIO_ENCRYPTION_KEY", base64}, {"CIO_ENCRYPTION_IV", iv_base64}}};
     const auto flagged = flags("zstd", "aes-256-cbc");
-    fs::permissions(at("K"), fs::perms::owner_read | fs::perms::others_read);
+    make_public("K");
     std::vector<Cio_Result> results;
     for (const char* command : {"put", "get", "cat", "verify"}) {
         const std::vector<std::string> rest =
@@ -199,6 +197,7 @@ TEST_F(Transform_Damage, SecretsAreInNoOutput)
 TEST_F(Transform_Damage, UsageErrorsComeBeforeAnythingIsDone)
 {
     write("a", "A");
+    const std::string missing = "nope: " + POSIX_Error(os_error::no_such_file, 1).str();
     const std::pair<std::vector<std::string>, const char*> wrong[] = {
         {{"--compress", "zst"}, "--compress: 'zst' is unknown, did you mean 'zstd'?"},
         {{"--compress="}, "--compress lacks its value"},
@@ -209,7 +208,7 @@ TEST_F(Transform_Damage, UsageErrorsComeBeforeAnythingIsDone)
         {{"--encrypt", "aes-256-cbc"}, "none is given"},
         {{"--encrypt", "aes-256-gcm", "--key-file", "K"}, "is unknown"},
         {{"--key-file", "K"}, "--key-file needs a cipher"},
-        {{"--encrypt", "aes-256-cbc", "--key-file", "nope"}, "nope: No such file"},
+        {{"--encrypt", "aes-256-cbc", "--key-file", "nope"}, missing.c_str()},
         {{"--encrypt", "aes-192-cbc", "--key-file", "K"}, "a key of 24 bytes"},
         {{"--compress", "zstd", "-o", "compression=none"}, "contradict each other"},
         {{"--limit", "fast"}, "is no rate"},

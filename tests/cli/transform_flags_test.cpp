@@ -2,10 +2,6 @@
 #include "cli/option_table.h"
 #include "tests/cli/cli_test.h"
 
-#include <cstdlib>
-
-namespace fs = std::filesystem;
-
 using cio::read_options;
 using cio::Transform_Flags;
 
@@ -22,7 +18,7 @@ protected:
     void SetUp() override
     {
         write("K", std::string("key=") + key_hex + "\niv =" + iv_hex + "\n");
-        fs::permissions(at("K"), fs::perms::owner_read);
+        make_private("K");
     }
 
     Client_IO_Base::Options options(Transform_Flags flags,
@@ -43,11 +39,11 @@ protected:
         }
         return "accepted";
     }
-    std::string key_file() const { return at("K").string(); }
+    std::string key_file() const { return path("K"); }
     std::string options_file(const std::string& text) const
     {
         write("options.json", text);
-        return at("options.json").string();
+        return path("options.json");
     }
 
     std::vector<std::string> warnings_;
@@ -89,13 +85,11 @@ TEST_F(Transform_Flags_Test, TheyOutrankTheFileAndTheEnvironment)
             "key":"AAECAwQFBgcICQoLDA0ODw==","iv":"AAECAwQFBgcICQoLDA0ODw==",
             "max_bytes_per_second":5,
             "rate_control":[{"start_time":1,"end_time":2,"max_bytes_per_second":3}]})");
-    ASSERT_EQ(::setenv("CIO_ENCRYPTION_KEY", "BBBB", 1), 0);
-    ASSERT_EQ(::setenv("CIO_ENCRYPTION_IV", "CCCC", 1), 0);
+    const Environment_Variable key("CIO_ENCRYPTION_KEY", "BBBB");
+    const Environment_Variable iv("CIO_ENCRYPTION_IV", "CCCC");
     const auto set =
         options({.compress = "none", .encrypt = "chacha20", .key_file = key_file(), .limit = "0"},
                 {}, file);
-    ::unsetenv("CIO_ENCRYPTION_KEY");
-    ::unsetenv("CIO_ENCRYPTION_IV");
     EXPECT_EQ(set.compression, COMPRESSION_NONE);
     EXPECT_EQ(set.encryption_algorithm, ENCRYPTION_CHACHA20);
     EXPECT_EQ(set.encryption_key[31], 31U);
@@ -207,11 +201,12 @@ TEST_F(Transform_Flags_Test, KeysOfTheWrongLengthAreNamedWithTheirSourceAndNotSh
     EXPECT_EQ(
         refusal({.encrypt = "aes-256-cbc"}, {std::string("key=") + key_base64, "iv=c2VjcmV0"}),
         "cipher aes-256-cbc takes an IV of 16 bytes, but option 'iv' holds 6");
-    ASSERT_EQ(::setenv("CIO_ENCRYPTION_KEY", short_key.c_str(), 1), 0);
-    EXPECT_EQ(refusal({.encrypt = "sm4-ofb"}),
-              "cipher sm4-ofb takes a key of 16 bytes, but environment variable "
-              "CIO_ENCRYPTION_KEY holds 6");
-    ::unsetenv("CIO_ENCRYPTION_KEY");
+    {
+        const Environment_Variable key("CIO_ENCRYPTION_KEY", short_key);
+        EXPECT_EQ(refusal({.encrypt = "sm4-ofb"}),
+                  "cipher sm4-ofb takes a key of 16 bytes, but environment variable "
+                  "CIO_ENCRYPTION_KEY holds 6");
+    }
     const std::string file = options_file(R"({"encryption":"aes-256-cbc","key":"c2VjcmV0"})");
     EXPECT_EQ(refusal({}, {}, file),
               "cipher aes-256-cbc takes a key of 32 bytes, but options file " + file + " holds 6");
@@ -232,7 +227,7 @@ TEST_F(Transform_Flags_Test, EveryCipherThatTheLibraryNamesIsAskedForItsLengths)
 
 TEST_F(Transform_Flags_Test, AKeyFileThatOthersCanReadGivesAWarning)
 {
-    fs::permissions(at("K"), fs::perms::owner_read | fs::perms::others_read);
+    make_public("K");
     (void)options({.encrypt = "aes-256-cbc", .key_file = key_file()});
     EXPECT_EQ(warnings_,
               std::vector<std::string>{"key file " + key_file() + " can be read by other users"});

@@ -1,9 +1,7 @@
 #include "cli/resume.h"
 
-#include "cli/file_stamp.h"
+#include "platform/runtime/file_system.h"
 #include "tests/cli/transform_test.h"
-
-#include <cstdlib>
 
 namespace fs = std::filesystem;
 
@@ -13,12 +11,12 @@ class Transform_Resume : public Transform_Test
 protected:
     static constexpr std::size_t size = 3'000'000;
     const std::string data_ = pattern(size);
+    const Environment_Variable state_{"XDG_STATE_HOME", path("state")};
     const std::vector<std::string> options_ = flags("zstd", "aes-256-cbc");
 
     void SetUp() override
     {
         Transform_Test::SetUp();
-        ASSERT_EQ(::setenv("XDG_STATE_HOME", at("state").c_str(), 1), 0);
         write("source", data_);
         ASSERT_EQ(run("put", options_, {"source", uri(), "stored"}).code, 0);
         stored_ = read("target/stored");
@@ -79,10 +77,10 @@ TEST_F(Transform_Resume, PutRepeatsAFileThatIsShorterOrLongerThanItsSource)
 TEST_F(Transform_Resume, PutDoesNotReadBackWhatARecordSaysIsUnfinished)
 {
     cio::Target target = cio::make_target(uri(), {}, true);
-    cio::File_Stamp stamp;
-    ASSERT_TRUE(cio::stamp_path(at("source").c_str(), true, stamp));
-    const cio::Resume_Record record("put", target, "stored", at("source").string());
-    record.store({stamp.size, stamp.mtime});
+    file_system::Status status;
+    ASSERT_TRUE(file_system::status(path("source").c_str(), true, status));
+    const cio::Resume_Record record("put", target, "stored", path("source"));
+    record.store({status.size, status.mtime});
     const Cio_Result result = put();
     expect_bytes(result, size);
     expect_note(result, "starts again: an encrypted file cannot be continued");
@@ -148,5 +146,5 @@ TEST_F(Transform_Resume, TreesAreCompletedFileByFile)
     EXPECT_EQ(run("verify", options_, {"tree", uri(), "p"}).code, 0);
     write("back/a", data_.substr(0, 1'000'000));
     expect_bytes(run("get", options_, {"--resume", "--json", uri(), "p", "back"}), 2'000'001);
-    EXPECT_TRUE(shell("diff -r tree back"));
+    EXPECT_TRUE(same("tree", "back"));
 }

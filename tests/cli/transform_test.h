@@ -19,7 +19,26 @@ protected:
     void write_key(const std::string& name, const std::string& key, const std::string& iv) const
     {
         write(name, "key=" + key + "\niv =" + iv + "\n");
-        std::filesystem::permissions(at(name), std::filesystem::perms::owner_read);
+        make_private(name);
+    }
+
+    void make_tree()
+    {
+        write("tree/one", "first\n");
+        write("tree/empty", "");
+        write("tree/random", pattern(1'500'000));
+        // Words in no order, so that looking harder finds more.
+        std::string text;
+        const std::string choices = pattern(400'000, 3);
+        for (const char choice : choices)
+            text += std::to_string(static_cast<unsigned char>(choice) * 7919) + ' ';
+        write("tree/sub/text", text);
+        write("tree/sub/zeros", std::string(300'000, '\0'));
+        std::filesystem::create_directories(at("tree/hollow"));
+    }
+    static std::vector<std::string> files()
+    {
+        return {"one", "empty", "random", "sub/text", "sub/zeros"};
     }
 
     /// "" is none.
@@ -37,18 +56,6 @@ protected:
             arguments.insert(arguments.end(), {"--encrypt", cipher, "--key-file", "K"});
         return arguments;
     }
-    /// A shell filter that turns a stored form into the contents.
-    static std::string decoder(const std::string& method, const std::string& cipher)
-    {
-        return (cipher.empty() ? std::string("cat") : openssl("-d", cipher)) + " | " +
-               (method.empty() ? "cat" : method + " -dc");
-    }
-    static std::string encoder(const std::string& method, const std::string& cipher)
-    {
-        return (method.empty() ? std::string("cat") : method + " -c") + " | " +
-               (cipher.empty() ? std::string("cat") : openssl("-e", cipher));
-    }
-
     /// Runs a command with the flags behind its name.
     Cio_Result run(const std::string& command, const std::vector<std::string>& options,
                    const std::vector<std::string>& rest, Cio_Settings settings = {}) const
@@ -57,13 +64,5 @@ protected:
         arguments.insert(arguments.end(), options.begin(), options.end());
         arguments.insert(arguments.end(), rest.begin(), rest.end());
         return cio(arguments, std::move(settings));
-    }
-
-private:
-    static std::string openssl(const char* direction, const std::string& cipher)
-    {
-        return std::string("openssl enc ") + direction + " -" + cipher + " -K " +
-               std::string(key_hex).substr(0, cipher.find("128") == std::string::npos ? 64 : 32) +
-               " -iv " + iv_hex;
     }
 };

@@ -4,27 +4,7 @@ namespace fs = std::filesystem;
 
 /// What is stored compressed and encrypted, and what comes back.
 class Transforms : public Transform_Test
-{
-protected:
-    void make_tree()
-    {
-        write("tree/one", "first\n");
-        write("tree/empty", "");
-        write("tree/random", pattern(1'500'000));
-        // Words in no order, so that looking harder finds more.
-        std::string text;
-        const std::string choices = pattern(400'000, 3);
-        for (const char choice : choices)
-            text += std::to_string(static_cast<unsigned char>(choice) * 7919) + ' ';
-        write("tree/sub/text", text);
-        write("tree/sub/zeros", std::string(300'000, '\0'));
-        fs::create_directories(at("tree/hollow"));
-    }
-    static std::vector<std::string> files()
-    {
-        return {"one", "empty", "random", "sub/text", "sub/zeros"};
-    }
-};
+{};
 
 TEST_F(Transforms, TreesComeBackAndVerifyWithEveryCombination)
 {
@@ -45,60 +25,11 @@ TEST_F(Transforms, TreesComeBackAndVerifyWithEveryCombination)
 
             const Cio_Result get = run("get", options, {uri(), name, "back-" + name});
             EXPECT_EQ(get.code, 0) << get.err;
-            EXPECT_TRUE(shell("diff -r tree 'back-" + name + "'"));
+            EXPECT_TRUE(same("tree", "back-" + name));
             for (const std::string& file : files())
                 EXPECT_EQ(run("cat", options, {uri(), name + "/" + file}).out, read("tree/" + file))
                     << file;
         }
-}
-
-TEST_F(Transforms, StandardToolsReadWhatIsStored)
-{
-    make_tree();
-    for (const std::string& method : methods())
-        for (const char* cipher : {"", "aes-256-cbc", "aes-256-ctr"}) {
-            SCOPED_TRACE(method + " " + cipher);
-            const std::string name = "stored" + method + cipher;
-            ASSERT_EQ(run("put", flags(method, cipher), {"tree", uri(), name}).code, 0);
-            for (const std::string& file : files())
-                EXPECT_TRUE(shell("(" + decoder(method, cipher) + ") < target/" + name + "/" +
-                                  file + " | cmp - tree/" + file))
-                    << file;
-            const bool same_bytes = method.empty() && *cipher == '\0';
-            EXPECT_EQ(read("target/" + name + "/sub/text") == read("tree/sub/text"), same_bytes);
-        }
-}
-
-TEST_F(Transforms, WhatStandardToolsMadeIsRead)
-{
-    make_tree();
-    for (const std::string& method : methods())
-        for (const char* cipher : {"", "aes-256-cbc"}) {
-            SCOPED_TRACE(method + " " + cipher);
-            ASSERT_TRUE(shell("rm -rf target back && mkdir -p target/sub"));
-            for (const std::string& file : files())
-                ASSERT_TRUE(
-                    shell("(" + encoder(method, cipher) + ") < tree/" + file + " > target/" + file))
-                    << file;
-            const auto options = flags(method, cipher);
-            const Cio_Result get = run("get", options, {uri(), "", "back"});
-            EXPECT_EQ(get.code, 0) << get.err;
-            for (const std::string& file : files())
-                EXPECT_TRUE(shell("cmp back/" + file + " tree/" + file));
-            EXPECT_EQ(run("verify", options, {"tree/sub", uri(), "sub"}).code, 0);
-        }
-}
-
-TEST_F(Transforms, SeveralFramesOfOneFileAreRead)
-{
-    write("a", pattern(200'000));
-    write("b", pattern(70'000, 2));
-    for (const std::string& method : methods()) {
-        const std::string encode = method.empty() ? "cat" : method + " -c";
-        ASSERT_TRUE(
-            shell("mkdir -p target && (" + encode + " < a; " + encode + " < b) > target/both"));
-        EXPECT_EQ(run("cat", flags(method, ""), {uri(), "both"}).out, read("a") + read("b"));
-    }
 }
 
 TEST_F(Transforms, TheLevelReachesTheCodec)
@@ -124,25 +55,25 @@ TEST_F(Transforms, AutoGoesByTheSuffixOfTheStoredName)
 {
     const std::string text(100'000, 'x');
     write("tree/plain", text);
-    write("tree/a.zst", text);
-    write("tree/b.ZSTD", text);
     write("tree/dir.zst/inside", text);
     write("tree/zst", text);
+    std::vector<std::string> compressed{"a.zst", "b.ZSTD"};
     if (CIO_WITH_LZOP)
-        write("tree/c.lzo", text);
+        compressed.emplace_back("c.lzo");
+    for (const std::string& name : compressed)
+        write("tree/" + name, text);
     ASSERT_EQ(cio({"put", "--compress", "auto", "tree", uri()}).code, 0);
     for (const char* name : {"plain", "dir.zst/inside", "zst"})
         EXPECT_EQ(read(std::string("target/tree/") + name), text) << name;
-    EXPECT_TRUE(shell("zstd -dc < target/tree/a.zst | cmp - tree/plain"));
-    EXPECT_TRUE(shell("zstd -dc < target/tree/b.ZSTD | cmp - tree/plain"));
-    EXPECT_TRUE(!CIO_WITH_LZOP || shell("lzop -dc < target/tree/c.lzo | cmp - tree/plain"));
+    for (const std::string& name : compressed)
+        EXPECT_LT(fs::file_size(at("target/tree/" + name)), text.size()) << name;
     EXPECT_EQ(cio({"verify", "--compress", "auto", "tree", uri(), "tree"}).code, 0);
     EXPECT_EQ(cio({"get", "--compress", "auto", uri(), "tree", "back"}).code, 0);
-    EXPECT_TRUE(shell("diff -r tree back"));
+    EXPECT_TRUE(same("tree", "back"));
 
     // The stored name counts, not the local one.
     ASSERT_EQ(cio({"put", "--compress", "auto", "tree/plain", uri(), "named.zst"}).code, 0);
-    EXPECT_TRUE(shell("zstd -dc < target/named.zst | cmp - tree/plain"));
+    EXPECT_LT(fs::file_size(at("target/named.zst")), text.size());
 }
 
 TEST_F(Transforms, StandardInputIsTransformedLikeAFile)
@@ -217,7 +148,7 @@ TEST_F(Transforms, ALimitFarAboveTheTrafficChangesNothing)
     EXPECT_EQ(run("put", options, {"--jobs", "8", "tree", uri(), "p"}).code, 0);
     EXPECT_EQ(run("verify", options, {"tree", uri(), "p"}).code, 0);
     EXPECT_EQ(run("get", options, {uri(), "p", "back"}).code, 0);
-    EXPECT_TRUE(shell("diff -r tree back"));
+    EXPECT_TRUE(same("tree", "back"));
     write("a", "A");
     options = {"--limit", "1T"};
     EXPECT_EQ(run("put", options, {"a", uri(), "a"}).code, 0);

@@ -1,3 +1,5 @@
+#include "platform/runtime/os_error.h"
+#include "platform/runtime/posix_error.h"
 #include "tests/cli/cli_test.h"
 
 class Usage : public Cli_Test
@@ -77,7 +79,10 @@ TEST_F(Usage, FileUriOfAnotherMachineIsRefused)
 {
     expect_usage({"ls", "file://server/share"}, "cannot name another machine (server)");
     write("here/a", "A");
-    EXPECT_EQ(cio({"cat", "file://localhost" + at("here").string(), "a"}).out, "A");
+    EXPECT_EQ(
+        cio({"cat", "file://localhost" + uri("here").substr(std::string("file://").size()), "a"})
+            .out,
+        "A");
 }
 
 TEST_F(Usage, UnknownSchemeIsAFailureWithTheLibrarysText)
@@ -110,7 +115,8 @@ TEST_F(Usage, OptionOfTheWrongTypeNamesKeyAndType)
 
 TEST_F(Usage, OptionsFileThatCannotServeIsNamed)
 {
-    expect_usage({"ls", "--options", "nope.json", uri()}, "nope.json: No such file");
+    expect_usage({"ls", "--options", "nope.json", uri()},
+                 "nope.json: " + POSIX_Error(os_error::no_such_file, 1).str());
     for (const char* text : {"", "{", "[]", "3", "{\"a\":1}x", "{\"forward\":true,}"}) {
         write("options.json", text);
         expect_usage({"ls", "--options", "options.json", uri()}, "options.json: ");

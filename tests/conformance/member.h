@@ -31,6 +31,8 @@ enum class Deviation
     size_without_file_is_known,
     /// A name of 300 bytes is one like any other.
     names_have_no_limit,
+    /// Names that differ in case only are one name.
+    names_ignore_case,
     /// A file is stored as one stream of other bytes that only makes sense from its start. Seeks,
     /// random writing and writing from an offset are refused; reading from behind the end fails;
     /// truncate() works on the stream as it is stored, which then is a damaged one.

@@ -3,6 +3,7 @@
 #include "client_io/rate_control_io.h"
 #include "client_io/resumption_io.h"
 #include "client_io/zstd_io.h"
+#include "tests/conformance/names.h"
 #include "tests/conformance/targets.h"
 
 #include <utility>
@@ -119,11 +120,19 @@ Options full_stack(Compression_Method compression)
 
 const Deviations of_memory = {Deviation::names_have_no_limit};
 
-const Deviations of_files = {
-    Deviation::append_size_counts_from_open, Deviation::disconnect_forgets_target,
-    Deviation::disconnect_leaves_file_open,  Deviation::seek_length_limits_reading,
-    Deviation::closing_nothing_succeeds,     Deviation::size_without_file_is_known,
-};
+Deviations deviations_of_files()
+{
+    Deviations result = {
+        Deviation::append_size_counts_from_open, Deviation::disconnect_forgets_target,
+        Deviation::disconnect_leaves_file_open,  Deviation::seek_length_limits_reading,
+        Deviation::closing_nothing_succeeds,     Deviation::size_without_file_is_known,
+    };
+    if (file_names_ignore_case)
+        result.insert(Deviation::names_ignore_case);
+    return result;
+}
+
+const Deviations of_files = deviations_of_files();
 
 const Deviations of_resumption = {
     Deviation::closing_nothing_succeeds, // a failed close of what is not written is success

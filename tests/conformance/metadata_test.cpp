@@ -1,4 +1,6 @@
+#include "platform/runtime/os_error.h"
 #include "tests/conformance/member.h"
+#include "tests/support/this_system.h"
 
 #include <algorithm>
 
@@ -84,10 +86,10 @@ TEST_P(Metadata, ListingAMissingDirectoryOrAFileFailsWithAText)
     store("file", "1");
     std::vector<Client_IO_Base::Directory_Entry> entries;
     EXPECT_FALSE(io_->get_dir("missing", entries));
-    EXPECT_EQ(io_->errnum(), ENOENT);
+    EXPECT_EQ(io_->errnum(), os_error::no_such_directory);
     EXPECT_FALSE(io_->error().empty());
     EXPECT_FALSE(io_->get_dir("file", entries));
-    EXPECT_EQ(io_->errnum(), ENOTDIR);
+    EXPECT_EQ(io_->errnum(), os_error::not_a_directory);
     EXPECT_TRUE(entries.empty());
 }
 
@@ -140,7 +142,7 @@ TEST_P(Metadata, TruncateShortensAndLengthens)
 TEST_P(Metadata, TruncateOfAMissingFileFailsAndCreatesNothing)
 {
     EXPECT_FALSE(io_->truncate("missing", 4));
-    EXPECT_EQ(io_->errnum(), ENOENT);
+    EXPECT_EQ(io_->errnum(), os_error::no_such_file);
     EXPECT_FALSE(io_->error().empty());
     EXPECT_TRUE(names("").empty());
 }
@@ -149,7 +151,7 @@ TEST_P(Metadata, TruncateOfADirectoryFails)
 {
     ASSERT_TRUE(io_->make_dir("d", 0750));
     EXPECT_FALSE(io_->truncate("d", 0));
-    EXPECT_EQ(io_->errnum(), EISDIR);
+    EXPECT_EQ(io_->errnum(), this_system::errors.open_directory);
 }
 
 TEST_P(Metadata, RemoveTakesAwayAFileAndNothingElse)
@@ -178,7 +180,7 @@ TEST_P(Metadata, RemovingANonEmptyDirectoryFailsAndLosesNothing)
     store("d/file", "kept");
     store("d/sub/file", "kept too");
     EXPECT_FALSE(io_->remove("d"));
-    EXPECT_EQ(io_->errnum(), ENOTEMPTY);
+    EXPECT_EQ(io_->errnum(), this_system::errors.directory_not_empty);
     EXPECT_FALSE(io_->error().empty());
     EXPECT_EQ(stored("d/file"), "kept");
     EXPECT_EQ(stored("d/sub/file"), "kept too");
@@ -219,7 +221,7 @@ TEST_P(Metadata, CopyOfAMissingFileFailsAndKeepsTheDestination)
 {
     store("b", "kept");
     EXPECT_FALSE(io_->copy("missing", "b", true));
-    EXPECT_EQ(io_->errnum(), ENOENT);
+    EXPECT_EQ(io_->errnum(), os_error::no_such_file);
     EXPECT_EQ(stored("b"), "kept");
     EXPECT_FALSE(io_->copy("missing", "c", false));
     EXPECT_EQ(names(""), std::vector<std::string>{"b"});
@@ -260,7 +262,7 @@ TEST_P(Metadata, RenameOfAMissingFileFailsAndKeepsTheDestination)
 {
     store("b", "kept");
     EXPECT_FALSE(io_->rename("missing", "b", true));
-    EXPECT_EQ(io_->errnum(), ENOENT);
+    EXPECT_EQ(io_->errnum(), os_error::no_such_file);
     EXPECT_EQ(stored("b"), "kept");
 }
 

@@ -1,5 +1,7 @@
 #include "platform/json/json_value.h"
+#include "platform/runtime/os_error.h"
 #include "tests/conformance/member.h"
+#include "tests/support/this_system.h"
 
 namespace
 {
@@ -162,7 +164,7 @@ TEST_P(Open_Modes, OpeningAMissingFileForReadingFailsAndCreatesNothing)
 {
     EXPECT_FALSE(io_->open("missing/file", Client_IO_Base::mode_read, 0, 0));
     EXPECT_FALSE(io_->error().empty());
-    EXPECT_EQ(io_->errnum(), ENOENT);
+    EXPECT_EQ(io_->errnum(), os_error::no_such_directory);
     EXPECT_FALSE(io_->is_open());
     EXPECT_TRUE(names("").empty());
 }
@@ -197,7 +199,7 @@ TEST_P(Open_Modes, AFileInPlaceOfADirectoryMakesWritingBelowItFail)
     store("file", "kept");
     EXPECT_FALSE(io_->open("file/below", Client_IO_Base::mode_write, 0, 0));
     EXPECT_FALSE(io_->error().empty());
-    EXPECT_EQ(io_->errnum(), ENOTDIR);
+    EXPECT_EQ(io_->errnum(), this_system::errors.below_a_file);
     EXPECT_EQ(stored("file"), "kept");
 }
 

@@ -1,11 +1,11 @@
 #include "platform/json/json_value.h"
+#include "platform/runtime/os_error.h"
 #include "tests/faults/fault_stack.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fault_io.h"
 #include "tests/support/log_capture.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <random>
@@ -50,7 +50,7 @@ TEST_F(Fault_Layer, WithoutAPlanChangesNothing)
     EXPECT_EQ(io_->operations(), 4U);
     EXPECT_EQ(io_->failures(), 0U);
     EXPECT_FALSE(open(overwriting & ~0x100U));
-    EXPECT_EQ(io_->errnum(), EEXIST); // the lower layer's own failure
+    EXPECT_EQ(io_->errnum(), os_error::file_exists); // the lower layer's own failure
     EXPECT_FALSE(io_->retriable());
 }
 

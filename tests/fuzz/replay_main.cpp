@@ -17,7 +17,7 @@ int main(int argc, char** argv)
                 continue;
             std::ifstream file(entry.path(), std::ios::binary);
             const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-            std::printf("%s\n", entry.path().c_str());
+            std::printf("%s\n", entry.path().string().c_str());
             std::fflush(stdout);
             LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()),
                                    bytes.size());

@@ -1,7 +1,9 @@
 #include "tests/support/memory_file_system.h"
 
+#include "platform/runtime/os_error.h"
+#include "tests/support/this_system.h"
+
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <iterator>
 
@@ -84,9 +86,9 @@ int Memory_File_System::create_file(const std::string& path, Node*& node)
     const std::string name = clean(path);
     node = find(name);
     if (node != nullptr)
-        return node->is_dir ? EISDIR : 0;
+        return node->is_dir ? this_system::errors.open_directory : 0;
     if (const int result = make_dir(parent(name)); result != 0)
-        return result == EEXIST ? ENOTDIR : result;
+        return os_error::is_taken(result) ? this_system::errors.below_a_file : result;
     node = &nodes_[name];
     node->version = ++last_version_;
     return 0;
@@ -102,9 +104,9 @@ int Memory_File_System::make_dir(const std::string& path)
 {
     const std::string name = clean(path);
     if (const Node* node = find(name))
-        return node->is_dir ? 0 : EEXIST;
+        return node->is_dir ? 0 : os_error::already_exists;
     if (const int result = make_dir(parent(name)); result != 0)
-        return result == EEXIST ? ENOTDIR : result;
+        return os_error::is_taken(result) ? this_system::errors.make_below_a_file : result;
     nodes_[name].is_dir = true;
     return 0;
 }
@@ -115,9 +117,9 @@ int Memory_File_System::list(const std::string& path,
     const std::string name = clean(path);
     const auto dir = nodes_.find(name);
     if (dir == nodes_.end())
-        return ENOENT;
+        return os_error::no_such_directory;
     if (!dir->second.is_dir)
-        return ENOTDIR;
+        return os_error::not_a_directory;
     for (const auto& [key, node] : nodes_) {
         if (!key.empty() && parent(key) == name)
             entries.push_back({key.substr(name.empty() ? 0 : name.size() + 1), node.is_dir,
@@ -134,7 +136,7 @@ int Memory_File_System::remove(const std::string& path)
         return 0;
     const auto next = nodes_.lower_bound(name + '/');
     if (next != nodes_.end() && next->first.starts_with(name + '/'))
-        return ENOTEMPTY;
+        return this_system::errors.directory_not_empty;
     nodes_.erase(found);
     return 0;
 }
@@ -143,12 +145,12 @@ int Memory_File_System::copy(const std::string& src, const std::string& dst)
 {
     const Node* from = find(src);
     if (from == nullptr)
-        return ENOENT;
+        return os_error::no_such_file;
     if (from->is_dir)
-        return EISDIR;
+        return os_error::is_a_directory;
     const Node copied = *from;
     if (find(parent(clean(dst))) == nullptr)
-        return ENOENT;
+        return os_error::no_such_directory;
     Node* to = nullptr;
     if (const int result = create_file(dst, to); result != 0)
         return result;
@@ -163,14 +165,15 @@ int Memory_File_System::rename(const std::string& src, const std::string& dst)
     const std::string to = clean(dst);
     const Node* node = find(from);
     if (node == nullptr || find(parent(to)) == nullptr)
-        return ENOENT;
+        return os_error::no_such_file;
     if (from == to)
         return 0;
     if (to.starts_with(from + '/'))
-        return EINVAL;
+        return this_system::errors.move_into_itself;
     if (const Node* target = find(to)) {
         if (target->is_dir != node->is_dir)
-            return target->is_dir ? EISDIR : ENOTDIR;
+            return target->is_dir ? this_system::errors.replace_directory
+                                  : os_error::not_a_directory;
         if (const int result = remove(to); result != 0)
             return result;
     }

@@ -1,6 +1,8 @@
 #include "tests/support/memory_io.h"
 
+#include "platform/runtime/os_error.h"
 #include "platform/runtime/posix_error.h"
+#include "tests/support/this_system.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -18,7 +20,7 @@ std::int64_t Memory_IO::read(void* buf, std::uint64_t size)
         return -1;
     const Memory_File_System::Node* node = files_->find(path_);
     if (node == nullptr) {
-        fail("Failed to read", path_, ENOENT);
+        fail("Failed to read", path_, os_error::no_such_file);
         return -1;
     }
     const std::uint64_t wanted = std::min(size, end_ - std::min(end_, position_));
@@ -34,7 +36,7 @@ bool Memory_IO::write(const void* buf, std::uint64_t size)
         return false;
     Memory_File_System::Node* node = files_->find(path_);
     if (node == nullptr)
-        return fail("Failed to write", path_, ENOENT);
+        return fail("Failed to write", path_, os_error::no_such_file);
     node->bytes.write(position_, static_cast<const char*>(buf), size);
     position_ += size;
     return true;
@@ -87,11 +89,13 @@ bool Memory_IO::open(const char* path, unsigned mode, std::uint64_t offset, std:
     Memory_File_System::Node* node = files_->find(path);
     if (access == mode_read) {
         if (node == nullptr || node->is_dir)
-            return fail("Failed to open", path, node == nullptr ? ENOENT : EISDIR);
+            return fail("Failed to open", path,
+                        node == nullptr ? os_error::no_such_file
+                                        : this_system::errors.open_directory);
     } else {
         const bool overwrite = overwrite_ || (mode & mode_overwrite) != 0;
         if (access == mode_write && node != nullptr && !overwrite)
-            return fail("Failed to open", path, EEXIST);
+            return fail("Failed to open", path, os_error::file_exists);
         if (const int number = files_->create_file(path, node); number != 0)
             return fail("Failed to open", path, number);
         if (access == mode_write && offset == 0)
@@ -144,7 +148,7 @@ std::uint64_t Memory_IO::size(const char* path)
     check_order("size", Needs::no_file);
     const Memory_File_System::Node* node = files_->find(path);
     if (node == nullptr) {
-        fail("Failed to examine", path, ENOENT);
+        fail("Failed to examine", path, os_error::no_such_file);
         return size_unknown;
     }
     return node->is_dir ? size_of_directory : node->bytes.size();
@@ -169,7 +173,9 @@ bool Memory_IO::truncate(const char* path, std::uint64_t size)
     check_order("truncate", Needs::no_file);
     Memory_File_System::Node* node = files_->find(path);
     if (node == nullptr || node->is_dir)
-        return fail("Failed to truncate", path, node == nullptr ? ENOENT : EISDIR);
+        return fail("Failed to truncate", path,
+                    node == nullptr ? os_error::no_such_file
+                                    : this_system::errors.open_directory);
     node->bytes.truncate(size);
     return true;
 }

@@ -21,16 +21,28 @@ Temp_Directory::~Temp_Directory()
     fs::remove_all(path_, error);
 }
 
+std::string Temp_Directory::operator/(const std::string& name) const
+{
+    return (path_ / name).make_preferred().string();
+}
+
+std::string file_uri(const std::string& path)
+{
+    const std::string generic = fs::path(path).generic_string();
+    // A drive stands where the root does elsewhere.
+    return (generic.starts_with('/') ? "file://" : "file:///") + generic;
+}
+
 std::string read_local(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(fs::path(path), std::ios::binary);
     EXPECT_TRUE(in.is_open()) << path;
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
 void write_local(const std::string& path, const std::string& data)
 {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    std::ofstream out(fs::path(path), std::ios::binary | std::ios::trunc);
     out.write(data.data(), static_cast<std::streamsize>(data.size()));
     out.close();
     EXPECT_TRUE(out.good()) << path;

@@ -3,7 +3,8 @@
 #include <filesystem>
 #include <string>
 
-/// A directory of its own for one test; removed with everything in it at the end.
+/// A directory of its own for one test; removed with everything in it at the end. Paths are UTF-8
+/// on Windows.
 class Temp_Directory
 {
 public:
@@ -15,12 +16,14 @@ public:
     const std::filesystem::path& path() const { return path_; }
     std::string str() const { return path_.string(); }
     /// Path of @p name inside, with the system's separator.
-    std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+    std::string operator/(const std::string& name) const;
 
 private:
     std::filesystem::path path_;
 };
 
+/// The URI of a local path; no character of it may need an escape.
+std::string file_uri(const std::string& path);
 /// Contents of a local file; fails the test when it cannot be read.
 std::string read_local(const std::string& path);
 /// Creates or replaces a local file; fails the test when it cannot be written.

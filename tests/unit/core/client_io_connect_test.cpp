@@ -76,7 +76,7 @@ TEST(Connect, ToAFileURIReachesTheLocalFileBackend)
 {
     const Temp_Directory directory;
     Open_Facade io;
-    ASSERT_TRUE(io.connect(("file://" + directory.str()).c_str(), Client_IO::Options{}))
+    ASSERT_TRUE(io.connect(file_uri(directory.str()).c_str(), Client_IO::Options{}))
         << io.error();
     EXPECT_EQ(io.protocol(), Client_IO::PROTOCOL_FILE);
     EXPECT_NE(dynamic_cast<File_IO*>(io.io_.get()), nullptr);
@@ -107,7 +107,7 @@ TEST(Connect, ByProtocolFileNeedsNeitherHostNorPort)
 TEST(Connect, ThroughTheConstructorsReportsByIsConnected)
 {
     const Temp_Directory directory;
-    const std::string text = "file://" + directory.str();
+    const std::string text = file_uri(directory.str());
     const Client_IO by_text(text.c_str(), Client_IO::Options{});
     EXPECT_TRUE(by_text.is_connected());
     const Client_IO by_parts(Client_IO::PROTOCOL_FILE, nullptr, 0, true, directory.str().c_str(),

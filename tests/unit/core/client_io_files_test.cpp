@@ -1,7 +1,11 @@
+#include "platform/runtime/os_error.h"
+#include "platform/runtime/posix_error.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/open_facade.h"
 #include "tests/support/temp_directory.h"
+#include "tests/support/this_system.h"
 
+#include <ace/OS_NS_errno.h>
 #include <ace/os_include/os_fcntl.h>
 
 #include <filesystem>
@@ -140,7 +144,7 @@ TEST_F(File_Level, GetFileKeepsTheTextOfALocalFileThatCannotBeOpened)
     write_local(remote_ / "a", "contents");
     const std::string local = local_ / "missing/b";
     EXPECT_FALSE(io_.get_file("a", local.c_str(), create, 0, count()));
-    EXPECT_EQ(io_.error(), "Failed to open local file " + local + ": No such file or directory");
+    EXPECT_EQ(io_.error(), "Failed to open local file " + local + ": " + POSIX_Error(os_error::no_such_directory, 1).str());
     EXPECT_FALSE(io_.is_open());
     EXPECT_TRUE(steps_.empty());
 }
@@ -241,7 +245,7 @@ TEST_F(File_Level, PutFileOfAMissingLocalFileSendsNothing)
 {
     const std::string local = local_ / "missing";
     EXPECT_FALSE(io_.put_file("b", local.c_str(), true, 0, 0, count()));
-    EXPECT_EQ(io_.error(), "Failed to open local file " + local + ": No such file or directory");
+    EXPECT_EQ(io_.error(), "Failed to open local file " + local + ": " + POSIX_Error(os_error::no_such_file, 1).str());
     EXPECT_FALSE(std::filesystem::exists(remote_ / "b"));
 }
 
@@ -249,7 +253,9 @@ TEST_F(File_Level, PutFileOfADirectoryFailsWithItsReason)
 {
     EXPECT_FALSE(io_.put_file("b", local_.str().c_str(), true, 0, 0, count()));
     EXPECT_TRUE(io_.error().starts_with("Failed to ")) << io_.error();
-    EXPECT_TRUE(io_.error().ends_with("local file " + local_.str() + ": Is a directory"))
+    EXPECT_TRUE(io_.error().ends_with(
+        "local file " + local_.str() + ": " +
+        POSIX_Error(this_system::errors.open_directory, 1).str()))
         << io_.error();
     EXPECT_FALSE(io_.is_open());
     EXPECT_TRUE(steps_.empty());
@@ -531,9 +537,10 @@ TEST(File_Level_Calls, OperationsGoThroughTheVirtualSlotsOfASubclass)
 TEST_F(File_Level, SetErrorWordsTheLastFailureOfTheSystem)
 {
     Open_Facade io;
-    errno = ENOENT;
+    ACE_OS::last_error(os_error::no_such_file);
     io.set_error("Failed to do", "this");
-    EXPECT_EQ(io.error(), "Failed to do this: No such file or directory");
+    EXPECT_EQ(io.error(),
+              "Failed to do this: " + POSIX_Error(os_error::no_such_file, 1).str());
 }
 
 TEST_F(File_Level, TheTargetsOwnFileIsNeitherUploadedNorDownloadedOntoItself)

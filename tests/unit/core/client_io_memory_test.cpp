@@ -131,7 +131,7 @@ TEST(Facade_Without_Memory, AHalfBuiltStackIsNotKept)
     };
     const Temp_Directory directory;
     Starving_Facade io;
-    EXPECT_FALSE(io.connect(("file://" + directory.str()).c_str(), Client_IO::Options()));
+    EXPECT_FALSE(io.connect(file_uri(directory.str()).c_str(), Client_IO::Options()));
     EXPECT_EQ(ACE_OS::last_error(), ENOMEM);
     EXPECT_EQ(io.io_, nullptr);
 }

@@ -1,9 +1,13 @@
 #include "client_io/file_io.h"
+#include "platform/runtime/os_error.h"
+#include "platform/runtime/posix_error.h"
 #include "tests/support/temp_directory.h"
+#include "tests/support/this_system.h"
 
-#include <cerrno>
+#include <atomic>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace
 {
@@ -30,11 +34,10 @@ protected:
     }
 
     /// The error form: words, full path, number, its text.
-    void expect_error(const std::string& words, const std::string& name, int number,
-                      const std::string& text)
+    void expect_error(const std::string& words, const std::string& name, int number)
     {
-        EXPECT_EQ(io_.error(), words + ' ' + (directory_ / name) +
-                                   ", errno=" + std::to_string(number) + ": " + text);
+        EXPECT_EQ(io_.error(), words + ' ' + (directory_ / name) + ", errno=" +
+                                   std::to_string(number) + ": " + POSIX_Error(number, 1).str());
         EXPECT_EQ(io_.errnum(), number);
         EXPECT_FALSE(io_.retriable());
     }
@@ -91,7 +94,7 @@ TEST(File_IO_Connect, ToAFileFailsAndStaysUnconnected)
         << io.error();
     EXPECT_FALSE(io.is_connected());
     EXPECT_FALSE(io.connect(uri_of(directory / "file/below"), Client_IO_Base::Options{}));
-    EXPECT_EQ(io.errnum(), ENOTDIR);
+    EXPECT_EQ(io.errnum(), this_system::errors.make_below_a_file);
     EXPECT_EQ(read_local(directory / "file"), "kept");
 }
 
@@ -129,8 +132,8 @@ TEST_F(File_IO_Backend, APathWithSlashesUsesTheSystemsSeparatorEverywhere)
     EXPECT_EQ(read_local((directory_.path() / "a" / "b" / "file").string()), "x");
     EXPECT_FALSE(io_.open("a/b/missing", Client_IO_Base::mode_read, 0, 0));
     const std::string separator(1, static_cast<char>(fs::path::preferred_separator));
-    expect_error("Fail to open file", "a" + separator + "b" + separator + "missing", ENOENT,
-                 "No such file or directory");
+    expect_error("Fail to open file", "a" + separator + "b" + separator + "missing",
+                 os_error::no_such_file);
 }
 
 TEST_F(File_IO_Backend, WriteModeOnAnExistingFileWithoutOverwriteFails)
@@ -272,16 +275,8 @@ TEST_F(File_IO_Backend, RemovingANonEmptyDirectoryFailsAndLosesNothing)
     write_local(directory_ / "file", "x");
     ASSERT_TRUE(write("d/file", Client_IO_Base::mode_write, 0, "kept"));
     EXPECT_FALSE(io_.remove("d"));
-    expect_error("Failed to remove", "d", ENOTEMPTY, "Directory not empty");
+    expect_error("Failed to remove", "d", this_system::errors.directory_not_empty);
     EXPECT_EQ(read_local(directory_ / "d/file"), "kept");
-}
-
-TEST_F(File_IO_Backend, RemovingBelowAFileFails)
-{
-    write_local(directory_ / "file", "kept");
-    EXPECT_FALSE(io_.remove("file/below"));
-    EXPECT_EQ(io_.errnum(), ENOTDIR);
-    EXPECT_EQ(read_local(directory_ / "file"), "kept");
 }
 
 TEST_F(File_IO_Backend, CopyAndRenameOntoAnExistingFileFailWithNumber17AndTheirTexts)
@@ -301,13 +296,14 @@ TEST_F(File_IO_Backend, CopyAndRenameOntoAnExistingFileFailWithNumber17AndTheirT
 TEST_F(File_IO_Backend, CopyAndRenameOfAMissingFileHaveTheSystemsReason)
 {
     const std::string paths = (directory_ / "a") + " to " + (directory_ / "b");
+    const std::string reason = POSIX_Error(os_error::no_such_file, 1).str();
     for (const bool overwrite : {false, true}) {
         EXPECT_FALSE(io_.copy("a", "b", overwrite));
-        EXPECT_EQ(io_.errnum(), ENOENT);
-        EXPECT_EQ(io_.error(), "Failed to copy " + paths + ": No such file or directory");
+        EXPECT_EQ(io_.errnum(), os_error::no_such_file);
+        EXPECT_EQ(io_.error(), "Failed to copy " + paths + ": " + reason);
         EXPECT_FALSE(io_.rename("a", "b", overwrite));
-        EXPECT_EQ(io_.errnum(), ENOENT);
-        EXPECT_EQ(io_.error(), "Failed to rename " + paths + ": No such file or directory");
+        EXPECT_EQ(io_.errnum(), os_error::no_such_file);
+        EXPECT_EQ(io_.error(), "Failed to rename " + paths + ": " + reason);
     }
     EXPECT_TRUE(fs::is_empty(directory_.path()));
 }
@@ -348,21 +344,22 @@ TEST_F(File_IO_Backend, CopyOntoADirectoryWithOverwriteFailsAndKeepsIt)
 TEST_F(File_IO_Backend, TruncateOfAMissingFileHasItsText)
 {
     EXPECT_FALSE(io_.truncate("missing", 0));
-    expect_error("Fail to truncate file", "missing", ENOENT, "No such file or directory");
+    expect_error("Fail to truncate file", "missing", os_error::no_such_file);
 }
 
 TEST_F(File_IO_Backend, ListingAMissingDirectoryHasItsText)
 {
     std::vector<Client_IO_Base::Directory_Entry> entries;
     EXPECT_FALSE(io_.get_dir("missing", entries));
-    expect_error("Failed to open directory", "missing", ENOENT, "No such file or directory");
+    expect_error("Failed to open directory", "missing", os_error::no_such_directory);
 }
 
 TEST_F(File_IO_Backend, MakingADirectoryBelowAFileHasItsText)
 {
     write_local(directory_ / "file", "kept");
     EXPECT_FALSE(io_.make_dir("file/below", 0750));
-    expect_error("Failed to create directory", "file/below", ENOTDIR, "Not a directory");
+    expect_error("Failed to create directory", "file/below",
+                 this_system::errors.make_below_a_file);
 }
 
 TEST_F(File_IO_Backend, SeekingToAnImpossibleOffsetHasItsTextAndTheFileStaysUsable)
@@ -370,7 +367,7 @@ TEST_F(File_IO_Backend, SeekingToAnImpossibleOffsetHasItsTextAndTheFileStaysUsab
     write_local(directory_ / "a", "data");
     const std::uint64_t impossible = 1ULL << 63U;
     EXPECT_FALSE(io_.open("a", Client_IO_Base::mode_read, impossible, 0));
-    expect_error("Failed to seek", "a", EINVAL, "Invalid argument");
+    expect_error("Failed to seek", "a", os_error::invalid_argument);
     EXPECT_FALSE(io_.is_open());
     ASSERT_TRUE(io_.open("a", Client_IO_Base::mode_read, 0, 0));
     EXPECT_FALSE(io_.seek(impossible, 0));
@@ -471,7 +468,7 @@ TEST_F(File_IO_Backend, TheBaseDirectoryIsNotRemovedThroughItsOwnConnection)
 {
     for (const char* path : {"", "/", "//"}) {
         EXPECT_FALSE(io_.remove(path)) << path;
-        EXPECT_EQ(io_.errnum(), EBUSY) << path;
+        EXPECT_EQ(io_.errnum(), os_error::busy) << path;
     }
     EXPECT_TRUE(std::filesystem::exists(directory_.path()));
 }
@@ -479,9 +476,99 @@ TEST_F(File_IO_Backend, TheBaseDirectoryIsNotRemovedThroughItsOwnConnection)
 TEST_F(File_IO_Backend, AnOffsetBeyondAnyFileFailsAndLeavesNoFileInTheWay)
 {
     EXPECT_FALSE(io_.open("new", 2, ~std::uint64_t{0}, 0));
-    expect_error("Failed to seek", "new", EINVAL, "Invalid argument");
+    expect_error("Failed to seek", "new", os_error::invalid_argument);
     EXPECT_FALSE(std::filesystem::exists(directory_ / "new"));
     EXPECT_TRUE(write("new", 2, 0, "data")) << io_.error();
+}
+
+TEST_F(File_IO_Backend, ATargetThatVanishesMakesOperationsFailWithoutComingBack)
+{
+    ASSERT_TRUE(io_.open("a", Client_IO_Base::mode_write, 0, 0));
+    ASSERT_TRUE(io_.close());
+    fs::remove_all(directory_.path());
+    EXPECT_FALSE(io_.open("a", Client_IO_Base::mode_read, 0, 0));
+    EXPECT_EQ(io_.errnum(), os_error::no_such_directory);
+    std::vector<Client_IO_Base::Directory_Entry> entries;
+    EXPECT_FALSE(io_.get_dir("", entries));
+    EXPECT_EQ(io_.errnum(), os_error::no_such_directory);
+    EXPECT_FALSE(io_.truncate("a", 0));
+    EXPECT_FALSE(io_.copy("a", "b", true));
+    EXPECT_EQ(io_.size("a"), Client_IO_Base::size_unknown);
+    EXPECT_FALSE(fs::exists(directory_.path()));
+}
+
+TEST_F(File_IO_Backend, AFileRemovedWhileItIsReadIsReadToItsEnd)
+{
+    const std::string data = sample_bytes(200000);
+    write_local(directory_ / "a", data);
+    ASSERT_TRUE(io_.open("a", Client_IO_Base::mode_read, 0, 0));
+    ASSERT_TRUE(fs::remove(directory_ / "a"));
+    std::string read(200000, '\0');
+    EXPECT_EQ(io_.read(read.data(), read.size()), 200000);
+    EXPECT_TRUE(read == data);
+}
+
+TEST_F(File_IO_Backend, FailedAndSuccessfulOperationsLeaveNoHandleOpen)
+{
+    const std::size_t before = this_system::open_handles();
+    std::vector<Client_IO_Base::Directory_Entry> entries;
+    write_local(directory_ / "a", "data");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(io_.open("a", Client_IO_Base::mode_read, 0, 0));
+        EXPECT_TRUE(io_.open("b", Client_IO_Base::mode_append, 0, 0));
+        EXPECT_TRUE(io_.close());
+        EXPECT_FALSE(io_.open("missing", Client_IO_Base::mode_read, 0, 0));
+        EXPECT_FALSE(io_.open("a", Client_IO_Base::mode_read, 1ULL << 63U, 0));
+        EXPECT_FALSE(io_.open("a", Client_IO_Base::mode_random_write, 1ULL << 63U, 0));
+        EXPECT_FALSE(io_.open("a/b", Client_IO_Base::mode_write, 0, 0));
+        EXPECT_TRUE(io_.get_dir("", entries));
+        EXPECT_FALSE(io_.get_dir("a", entries));
+        EXPECT_TRUE(io_.copy("a", "c", true));
+        EXPECT_FALSE(io_.copy("missing", "c", true));
+    }
+    EXPECT_EQ(this_system::open_handles(), before);
+}
+
+TEST_F(File_IO_Backend, OfTwoCopiesOrRenamesToOneNameOneFails)
+{
+    for (const bool renaming : {false, true}) {
+        for (int round = 0; round < 200; ++round) {
+            std::atomic<int> won{0};
+            std::atomic<int> ready{0};
+            fs::remove(directory_ / "dst");
+            const auto move = [&](const std::string& src) {
+                File_IO io;
+                ASSERT_TRUE(io.connect(uri_of(directory_.str()), Client_IO_Base::Options{}));
+                write_local(directory_ / src, src);
+                ++ready;
+                while (ready < 2)
+                    std::this_thread::yield();
+                won += renaming ? io.rename(src.c_str(), "dst", false)
+                                : io.copy(src.c_str(), "dst", false);
+            };
+            std::thread other(move, "one");
+            move("two");
+            other.join();
+            ASSERT_EQ(won, 1) << (renaming ? "rename" : "copy") << " in round " << round;
+        }
+    }
+}
+
+TEST_F(File_IO_Backend, OpeningOrReadingADirectoryFailsWithItsNumber)
+{
+    ASSERT_TRUE(io_.make_dir("d", 0750));
+    char byte = 0;
+    const bool opened = io_.open("d", Client_IO_Base::mode_read, 0, 0);
+    if (opened) {
+        EXPECT_EQ(io_.read(&byte, 1), -1);
+    }
+    const int number = this_system::errors.open_directory;
+    EXPECT_EQ(io_.errnum(), number);
+    EXPECT_TRUE(io_.error().ends_with(", errno=" + std::to_string(number) + ": " +
+                                      POSIX_Error(number, 1).str()))
+        << io_.error();
+    EXPECT_FALSE(io_.open("d", Client_IO_Base::mode_random_write, 0, 0));
+    expect_error("Fail to open file", "d", number);
 }
 
 } // namespace

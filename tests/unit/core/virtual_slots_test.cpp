@@ -2,6 +2,7 @@
 #include "client_io/file_io.h"
 #include "client_io/pipe_io.h"
 #include "platform/json/json_value.h"
+#include "platform/runtime/os_error.h"
 #include "tests/support/open_facade.h"
 #include "tests/support/temp_directory.h"
 #include "tests/support/virtual_slots.h"
@@ -232,7 +233,7 @@ TEST_F(Facade_Slots, Number5ConnectsToAURI)
 TEST_F(Facade_Slots, Number29ConnectsToAText)
 {
     using Function = bool (Client_IO::*)(const char*, const Base::Options&);
-    const std::string text = "file://" + directory_.str();
+    const std::string text = file_uri(directory_.str());
     EXPECT_TRUE(call<Function>(29, text.c_str(), options)) << io_.error();
     EXPECT_TRUE(facade_.log->destroyed);
     EXPECT_FALSE(call<Function>(29, nullptr, options));
@@ -396,7 +397,7 @@ TEST(Virtual_Slots, OfAFileIOWorkOnTheLocalFileSystem)
     EXPECT_FALSE(exists("copy"));
 
     EXPECT_FALSE(call_slot<Open>(io, 9, "missing", 1U, 0U, 0U));
-    EXPECT_EQ(call_slot<Errnum>(io, 25), ENOENT);
+    EXPECT_EQ(call_slot<Errnum>(io, 25), os_error::no_such_file);
     EXPECT_TRUE(call_slot<Error>(io, 26).starts_with("Fail to open file "));
     EXPECT_FALSE(call_slot<Ask>(io, 27));
     EXPECT_EQ(call_slot<Get_Config>(io, 28, "k"), "");

@@ -1,48 +1,18 @@
-#include "platform/runtime/fixed_block_file.h"
-#include "tests/support/small_disk.h"
-#include "tests/support/temp_directory.h"
-#include "tests/unit/runtime/page_cache_recorder.h"
+#include "platform/runtime/os_error.h"
+#include "tests/unit/runtime/file_writer_fixture.h"
 
-#include <cerrno>
+#include <ace/OS_NS_unistd.h>
+
 #include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
-#include <gtest/gtest.h>
 #include <iostream>
 #include <random>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace
 {
 
-using Hint = Page_Cache_Recorder::Hint;
-using Calls = std::vector<Page_Cache_Recorder::Call>;
-
-constexpr std::uint64_t mib = 1U << 20U;
-constexpr int fresh = O_CREAT | O_TRUNC;
-
-class File_Writer_Test : public testing::Test
-{
-protected:
-    bool open(int flags = fresh, const File_Options& options = {}, bool buffered = true)
-    {
-        return writer.open(path.c_str(), flags, buffered, 7, options);
-    }
-
-    bool write(const std::string& data, std::uint64_t* accepted = nullptr)
-    {
-        return writer.write(data.data(), data.size(), accepted);
-    }
-
-    std::string stored() const { return read_local(path); }
-
-    Temp_Directory directory;
-    std::string path = directory / "file";
-    File_Writer writer;
-};
+using this_system::Unwritable_File;
 
 TEST_F(File_Writer_Test, SmallWritesWaitInTheBufferUntilItIsFull)
 {
@@ -96,7 +66,7 @@ TEST_F(File_Writer_Test, NullDataIsRefusedAndHarmless)
     std::uint64_t accepted = 77;
     EXPECT_FALSE(writer.write(nullptr, 1, &accepted));
     EXPECT_EQ(accepted, 0U);
-    EXPECT_EQ(writer.last_error(), EINVAL);
+    EXPECT_EQ(writer.last_error(), os_error::invalid_argument);
     EXPECT_TRUE(write("abc"));
     EXPECT_TRUE(writer.close());
     EXPECT_EQ(stored(), "abc");
@@ -133,11 +103,11 @@ TEST_F(File_Writer_Test, AppendStartsAtTheEnd)
 TEST_F(File_Writer_Test, FlagsAreThoseOfTheSystem)
 {
     EXPECT_FALSE(open(0));
-    EXPECT_EQ(writer.last_error(), ENOENT);
+    EXPECT_EQ(writer.last_error(), os_error::no_such_file);
     EXPECT_FALSE(fs::exists(path));
     write_local(path, "kept");
     EXPECT_FALSE(open(O_CREAT | O_EXCL));
-    EXPECT_EQ(writer.last_error(), EEXIST);
+    EXPECT_EQ(writer.last_error(), os_error::file_exists);
     EXPECT_FALSE(writer);
     EXPECT_EQ(stored(), "kept");
     ASSERT_TRUE(open(O_WRONLY));
@@ -148,29 +118,24 @@ TEST_F(File_Writer_Test, FlagsAreThoseOfTheSystem)
     EXPECT_TRUE(writer.close());
 }
 
-TEST_F(File_Writer_Test, NewFilesHaveTheUsualModeAndAreNotInherited)
+TEST_F(File_Writer_Test, HandlesAreNotInherited)
 {
-    const mode_t old = umask(022);
     ASSERT_TRUE(open());
-    umask(old);
-    struct stat info;
-    ASSERT_EQ(fstat(writer.handle(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07777U, 0644U);
-    EXPECT_EQ(fcntl(writer.handle(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+    EXPECT_FALSE(this_system::is_inherited(writer.handle()));
 }
 
 TEST_F(File_Writer_Test, ADirectoryIsNotOpened)
 {
     EXPECT_FALSE(writer.open(directory.str().c_str(), 0, true, 7, {}));
-    EXPECT_EQ(writer.last_error(), EISDIR);
+    EXPECT_EQ(writer.last_error(), this_system::errors.open_directory);
     EXPECT_FALSE(writer.open(nullptr, 0, true, 7, {}));
-    EXPECT_EQ(writer.last_error(), EINVAL);
+    EXPECT_EQ(writer.last_error(), os_error::invalid_argument);
 }
 
 TEST_F(File_Writer_Test, BlocksThatAreTooLargeAreRefusedBeforeAFileIsMade)
 {
     EXPECT_FALSE(open(fresh, {.block_size = File_Buffer_T<char>::max_size + 1}));
-    EXPECT_EQ(writer.last_error(), EINVAL);
+    EXPECT_EQ(writer.last_error(), os_error::invalid_argument);
     EXPECT_FALSE(fs::exists(path));
 }
 
@@ -195,7 +160,7 @@ TEST_F(File_Writer_Test, AFailedSeekLosesNothing)
     ASSERT_TRUE(open());
     EXPECT_TRUE(write("abc"));
     EXPECT_EQ(writer.seek(-1, SEEK_SET), -1);
-    EXPECT_EQ(writer.last_error(), EINVAL);
+    EXPECT_EQ(writer.last_error(), this_system::errors.seek_before_start);
     EXPECT_TRUE(write("def"));
     EXPECT_TRUE(writer.close());
     EXPECT_EQ(stored(), "abcdef");
@@ -207,7 +172,7 @@ TEST_F(File_Writer_Test, WithoutAFileEverythingButCloseFails)
     EXPECT_FALSE(writer);
     EXPECT_FALSE(write("a", &accepted));
     EXPECT_EQ(accepted, 0U);
-    EXPECT_EQ(writer.last_error(), EBADF);
+    EXPECT_EQ(writer.last_error(), os_error::bad_handle);
     EXPECT_FALSE(writer.flush());
     EXPECT_EQ(writer.seek(0, SEEK_SET), -1);
     EXPECT_TRUE(writer.close());
@@ -217,52 +182,56 @@ TEST_F(File_Writer_Test, WithoutAFileEverythingButCloseFails)
     EXPECT_TRUE(writer.close());
 }
 
-TEST_F(File_Writer_Test, AFullDiskIsMetByFlush)
+TEST_F(File_Writer_Test, AFailedWriteIsMetByFlush)
 {
-    path = "/dev/full";
+    const Unwritable_File file;
+    path = file.path();
     ASSERT_TRUE(open(0));
     EXPECT_TRUE(write("abc"));
     EXPECT_FALSE(writer.flush());
-    EXPECT_EQ(writer.last_error(), ENOSPC);
+    EXPECT_EQ(writer.last_error(), Unwritable_File::errnum());
 }
 
-TEST_F(File_Writer_Test, AFullDiskIsMetByCloseAtTheLatest)
+TEST_F(File_Writer_Test, AFailedWriteIsMetByCloseAtTheLatest)
 {
-    path = "/dev/full";
+    const Unwritable_File file;
+    path = file.path();
     ASSERT_TRUE(open(0));
     EXPECT_TRUE(write("abc"));
     EXPECT_FALSE(writer.close());
-    EXPECT_EQ(writer.last_error(), ENOSPC);
-    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(writer.last_error(), Unwritable_File::errnum());
+    EXPECT_EQ(ACE_OS::last_error(), Unwritable_File::errnum());
     EXPECT_FALSE(writer);
 }
 
 TEST_F(File_Writer_Test, AfterAFailureEverythingFailsForTheSameReason)
 {
-    path = "/dev/full";
+    const Unwritable_File file;
+    path = file.path();
+    const std::size_t before = this_system::open_handles();
     ASSERT_TRUE(open(0, {}, false));
     std::uint64_t accepted = 77;
     EXPECT_FALSE(write("abc", &accepted));
     EXPECT_EQ(accepted, 0U);
     for (int i = 0; i < 2; ++i) {
-        errno = 0;
+        ACE_OS::last_error(0);
         EXPECT_FALSE(write("abc"));
-        EXPECT_EQ(errno, ENOSPC);
+        EXPECT_EQ(ACE_OS::last_error(), Unwritable_File::errnum());
         EXPECT_FALSE(writer.flush());
         EXPECT_EQ(writer.seek(0, SEEK_SET), -1);
-        EXPECT_EQ(writer.last_error(), ENOSPC);
+        EXPECT_EQ(writer.last_error(), Unwritable_File::errnum());
     }
-    const int handle = writer.handle();
     EXPECT_FALSE(writer.close());
-    EXPECT_EQ(writer.last_error(), ENOSPC);
-    EXPECT_EQ(fcntl(handle, F_GETFD), -1) << "the file is closed all the same";
+    EXPECT_EQ(writer.last_error(), Unwritable_File::errnum());
+    EXPECT_EQ(this_system::open_handles(), before) << "the file is closed all the same";
     EXPECT_FALSE(writer.close());
 }
 
 TEST_F(File_Writer_Test, AnotherOpenForgetsTheFailure)
 {
     const std::string good = path;
-    path = "/dev/full";
+    const Unwritable_File file;
+    path = file.path();
     ASSERT_TRUE(open(0, {}, false));
     EXPECT_FALSE(write("abc"));
     path = good;
@@ -278,39 +247,10 @@ TEST_F(File_Writer_Test, AFailedCloseOfTheHandleIsAFailure)
     ASSERT_TRUE(open());
     EXPECT_TRUE(write("abc"));
     EXPECT_TRUE(writer.flush());
-    ::close(writer.handle());
+    ACE_OS::close(writer.handle());
     EXPECT_FALSE(writer.close());
-    EXPECT_EQ(writer.last_error(), EBADF);
+    EXPECT_EQ(writer.last_error(), os_error::bad_handle);
     EXPECT_FALSE(writer);
-}
-
-TEST_F(File_Writer_Test, AcceptedTellsWhereADiskBecameFull)
-{
-    const auto disk = Small_Disk::mount(4 * mib);
-    if (disk == nullptr)
-        return;
-    path = *disk / "file";
-    ASSERT_TRUE(open(fresh, {}, false));
-    std::uint64_t accepted = 0;
-    EXPECT_FALSE(write(sample_bytes(8 * mib), &accepted));
-    EXPECT_EQ(writer.last_error(), ENOSPC);
-    EXPECT_GT(accepted, 0U);
-    EXPECT_EQ(accepted, fs::file_size(path));
-    EXPECT_FALSE(writer.close());
-}
-
-TEST_F(File_Writer_Test, APipeIsWritten)
-{
-    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    ASSERT_GE(reader, 0);
-    ASSERT_TRUE(open(O_APPEND, {.drop_behind = true, .write_behind = 1}));
-    EXPECT_TRUE(write("abc"));
-    EXPECT_TRUE(writer.close());
-    char text[8] = "";
-    EXPECT_EQ(::read(reader, text, sizeof text), 3);
-    EXPECT_STREQ(text, "abc");
-    ::close(reader);
 }
 
 TEST_F(File_Writer_Test, RandomWritesSeeksAndFlushesMakeTheExpectedFile)
@@ -354,112 +294,6 @@ TEST_F(File_Writer_Test, RandomWritesSeeksAndFlushesMakeTheExpectedFile)
         ASSERT_TRUE(writer.close());
         ASSERT_TRUE(stored() == expected) << "round " << round;
     }
-}
-
-TEST_F(File_Writer_Test, WithoutWriteBehindTheSystemIsAskedNothing)
-{
-    Page_Cache_Recorder recorder;
-    ASSERT_TRUE(open(fresh, {.read_ahead = mib, .drop_behind = true}));
-    EXPECT_TRUE(write(sample_bytes(4 * mib)));
-    EXPECT_TRUE(writer.close());
-    EXPECT_TRUE(recorder.empty());
-}
-
-TEST_F(File_Writer_Test, FullWindowsAreStored)
-{
-    Page_Cache_Recorder recorder;
-    ASSERT_TRUE(open(fresh, {.write_behind = mib}));
-    EXPECT_TRUE(write(sample_bytes(mib - 65536)));
-    EXPECT_TRUE(recorder.empty());
-    EXPECT_TRUE(write(sample_bytes(3 * mib)));
-    EXPECT_EQ(recorder.calls(Hint::store),
-              (Calls{{Hint::store, 0, mib}, {Hint::store, mib, mib}, {Hint::store, 2 * mib, mib}}));
-    EXPECT_TRUE(recorder.calls(Hint::forget).empty());
-    EXPECT_TRUE(writer.close());
-}
-
-TEST_F(File_Writer_Test, OneWindowIsKeptBehindTheOneBeingFilled)
-{
-    for (const unsigned kept : {0U, 1U}) {
-        Page_Cache_Recorder recorder;
-        ASSERT_TRUE(open(fresh, {.drop_behind = true, .windows_kept = kept, .write_behind = mib}));
-        EXPECT_TRUE(write(sample_bytes(mib)));
-        EXPECT_TRUE(recorder.calls(Hint::forget).empty());
-        EXPECT_TRUE(write(sample_bytes(mib)));
-        EXPECT_EQ(recorder.calls(Hint::forget), (Calls{{Hint::forget, 0, mib}}));
-        EXPECT_TRUE(write(sample_bytes(mib)));
-        EXPECT_EQ(recorder.calls(Hint::forget),
-                  (Calls{{Hint::forget, 0, mib}, {Hint::forget, mib, mib}}));
-        EXPECT_TRUE(writer.close());
-    }
-}
-
-TEST_F(File_Writer_Test, MoreWindowsAreKeptWhenAsked)
-{
-    Page_Cache_Recorder recorder;
-    ASSERT_TRUE(open(fresh, {.drop_behind = true, .windows_kept = 3, .write_behind = mib}));
-    EXPECT_TRUE(write(sample_bytes(3 * mib)));
-    EXPECT_TRUE(recorder.calls(Hint::forget).empty());
-    EXPECT_TRUE(write(sample_bytes(2 * mib)));
-    EXPECT_EQ(recorder.calls(Hint::forget),
-              (Calls{{Hint::forget, 0, mib}, {Hint::forget, mib, mib}}));
-    EXPECT_TRUE(writer.close());
-}
-
-TEST_F(File_Writer_Test, FilesSmallerThanAWindowAreLeftToTheSystem)
-{
-    Page_Cache_Recorder recorder;
-    ASSERT_TRUE(open(fresh, {.drop_behind = true, .write_behind = mib}));
-    EXPECT_TRUE(write(sample_bytes(mib - 1)));
-    EXPECT_TRUE(writer.close());
-    EXPECT_TRUE(recorder.empty());
-}
-
-TEST_F(File_Writer_Test, WindowsStartWhereWritingStarts)
-{
-    write_local(path, sample_bytes(100));
-    Page_Cache_Recorder recorder;
-    ASSERT_TRUE(open(O_APPEND, {.write_behind = mib}));
-    EXPECT_TRUE(write(sample_bytes(mib)));
-    EXPECT_TRUE(writer.close());
-    EXPECT_EQ(recorder.calls(Hint::store), (Calls{{Hint::store, 100, mib}}));
-}
-
-TEST_F(File_Writer_Test, SeekingDoesNotMoveWhereAppendedDataGoesNorItsWindows)
-{
-    write_local(path, sample_bytes(100));
-    Page_Cache_Recorder recorder;
-    ASSERT_TRUE(open(O_APPEND, {.write_behind = mib}));
-    EXPECT_EQ(writer.seek(0, SEEK_SET), 0);
-    const std::string data = sample_bytes(mib);
-    EXPECT_TRUE(write(data));
-    EXPECT_TRUE(writer.close());
-    EXPECT_EQ(recorder.calls(Hint::store), (Calls{{Hint::store, 100, mib}}));
-    EXPECT_TRUE(stored() == sample_bytes(100) + data);
-}
-
-TEST_F(File_Writer_Test, RefusedHintsDoNoHarm)
-{
-    Page_Cache_Recorder recorder;
-    recorder.refuse(ESPIPE);
-    const std::string data = sample_bytes(4 * mib);
-    ASSERT_TRUE(open(fresh, {.drop_behind = true, .write_behind = mib}));
-    errno = 0;
-    EXPECT_TRUE(write(data));
-    EXPECT_EQ(errno, 0);
-    EXPECT_TRUE(writer.close());
-    EXPECT_FALSE(recorder.empty());
-    EXPECT_TRUE(stored() == data);
-}
-
-TEST_F(File_Writer_Test, EnormousWindowsDoNoHarm)
-{
-    Page_Cache_Recorder recorder;
-    ASSERT_TRUE(
-        open(fresh, {.drop_behind = true, .windows_kept = ~0U, .write_behind = ~std::uint64_t{0}}));
-    EXPECT_TRUE(write(sample_bytes(4 * mib)));
-    EXPECT_TRUE(writer.close());
-    EXPECT_TRUE(recorder.empty());
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "tests/support/log_capture.h"
 
 #include <ace/Log_Priority.h>
+#include <ace/OS_NS_errno.h>
 #include <cerrno>
 #include <gtest/gtest.h>
 
@@ -50,11 +51,11 @@ TEST(Log_Unexpected, DirectivesInValuesAreNotFollowed)
 TEST(Log_Unexpected, TheSystemErrorNumberStays)
 {
     Log_Capture log;
-    errno = EBUSY;
+    ACE_OS::last_error(EBUSY);
     log_unexpected("in %N:%l:\n%?\n");
-    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(ACE_OS::last_error(), EBUSY);
     log_unexpected_values("%s%s", "a", "b");
-    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(ACE_OS::last_error(), EBUSY);
     EXPECT_EQ(log.messages().size(), 2U);
 }
 

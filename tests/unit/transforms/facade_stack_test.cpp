@@ -145,7 +145,7 @@ TEST_F(Facade_Stack, LocalFilesHaveNoResumptionButEverythingElse)
     options_.max_bytes_per_second = 1000000000;
     options_.compression = COMPRESSION_ZSTD;
     encrypt(options_);
-    ASSERT_TRUE(io_.connect(("file://" + directory.str()).c_str(), options_)) << io_.error();
+    ASSERT_TRUE(io_.connect(file_uri(directory.str()).c_str(), options_)) << io_.error();
     EXPECT_EQ(options_.max_retry, 600U);
     EXPECT_THAT(layers(io_), ElementsAre("zstd", "cipher", "rate", "backend"));
 }
@@ -432,7 +432,7 @@ TEST(Facade_Stack_Changes, AreRefusedWhileAFileIsOpenAndLoseNothingOfIt)
     Client_IO::Options options;
     options.compression = COMPRESSION_ZSTD;
     Client_IO io;
-    ASSERT_TRUE(io.connect(("file://" + (directory / "target")).c_str(), options)) << io.error();
+    ASSERT_TRUE(io.connect(file_uri(directory / "target").c_str(), options)) << io.error();
     ASSERT_TRUE(io.open("a", Client_IO::mode_write, 0, 0));
     const std::string data(1000, 'd');
     ASSERT_TRUE(io.write(data.data(), data.size()));
@@ -455,7 +455,7 @@ TEST(Facade_Stack_Changes, EncryptionThatComesAfterCompressionStandsBeneathIt)
     Client_IO::Options options;
     options.compression = COMPRESSION_ZSTD;
     Open_Facade io;
-    ASSERT_TRUE(io.connect(("file://" + (directory / "target")).c_str(), options)) << io.error();
+    ASSERT_TRUE(io.connect(file_uri(directory / "target").c_str(), options)) << io.error();
     const unsigned char key[32] = {1};
     ASSERT_TRUE(io.set_encryption(ENCRYPTION_AES_256_CBC, key, 32, key, 16));
     EXPECT_NE(dynamic_cast<ZSTD_IO*>(io.io_.get()), nullptr);
@@ -472,11 +472,11 @@ TEST(Facade_Stack_Changes, AConnectionForgetsTheCompressionOfTheOneBefore)
     Client_IO::Options options;
     options.compression = COMPRESSION_ZSTD;
     Open_Facade io;
-    ASSERT_TRUE(io.connect(("file://" + (directory / "target")).c_str(), options)) << io.error();
+    ASSERT_TRUE(io.connect(file_uri(directory / "target").c_str(), options)) << io.error();
     options.compression = COMPRESSION_NONE;
     const std::string key(32, 'k');
     ASSERT_TRUE(options.set_encryption_from_binary("aes-256-cbc", key, std::string(16, 'i')));
-    ASSERT_TRUE(io.connect(("file://" + (directory / "target")).c_str(), options)) << io.error();
+    ASSERT_TRUE(io.connect(file_uri(directory / "target").c_str(), options)) << io.error();
     EXPECT_NE(dynamic_cast<EVP_IO*>(io.io_.get()), nullptr);
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 Store_IO::Store_IO(std::shared_ptr<Store> store) : store_(std::move(store)) {}
 
@@ -9,6 +10,8 @@ std::int64_t Store_IO::read(void* buf, std::uint64_t size)
 {
     std::fill(block_.begin(), block_.end(), '!');
     if (store_->failing.contains("read") || store_->reads_left == 0 || !store_->open) {
+        if (store_->throws)
+            throw std::bad_alloc();
         error_ = store_->error;
         return -1;
     }
@@ -23,6 +26,8 @@ std::int64_t Store_IO::read(void* buf, std::uint64_t size)
 bool Store_IO::write(const void* buf, std::uint64_t size)
 {
     if (store_->failing.contains("write") || store_->writes_left == 0 || !store_->open) {
+        if (store_->throws)
+            throw std::bad_alloc();
         error_ = store_->error;
         return false;
     }

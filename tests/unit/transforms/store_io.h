@@ -17,6 +17,7 @@ struct Store
     /// Of the operation so many succeed before all fail; other operations are not counted.
     std::int64_t reads_left = std::numeric_limits<std::int64_t>::max();
     std::int64_t writes_left = std::numeric_limits<std::int64_t>::max();
+    bool throws = false; ///< reads and writes that are to fail run out of memory instead
     std::string error = "the store's words";
     bool forgets_error_at_close = false;
     bool stays_open_at_failed_close = false;

@@ -2,7 +2,7 @@
 
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_directory.h"
-#include "tests/unit/transforms/interop_test.h"
+#include "tests/unit/transforms/interop.h"
 
 // Files go both ways between the transform and the zstd program.
 

@@ -1,4 +1,4 @@
-#include "tests/unit/transforms/interop_test.h"
+#include "tests/unit/transforms/interop.h"
 
 #include "tests/support/temp_directory.h"
 

@@ -1,5 +1,5 @@
 #include "tests/support/log_capture.h"
-#include "tests/unit/transforms/interop_test.h"
+#include "tests/unit/transforms/interop.h"
 
 #include <algorithm>
 #include <sstream>

@@ -60,7 +60,7 @@ protected:
         if (GetParam().encrypted) {
             ASSERT_TRUE(options.set_encryption_from_binary("aes-256-cbc", test_key(32), test_iv()));
         }
-        ASSERT_TRUE(io_.connect(("file://" + directory_.str()).c_str(), options)) << io_.error();
+        ASSERT_TRUE(io_.connect(file_uri(directory_.str()).c_str(), options)) << io_.error();
         const auto found = scripts();
         ASSERT_TRUE(found.contains(GetParam().heading));
         ASSERT_EQ(found.at(GetParam().heading).size(), 2U) << "one to read and one to write";

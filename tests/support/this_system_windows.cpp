@@ -1,0 +1,102 @@
+#include "tests/support/this_system.h"
+
+#include "tests/support/temp_directory.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <winioctl.h>
+
+namespace this_system
+{
+
+namespace
+{
+
+HANDLE open(const std::string& path, DWORD access)
+{
+    const HANDLE handle =
+        CreateFileW(std::filesystem::path(path).c_str(), access,
+                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                    FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    EXPECT_NE(handle, INVALID_HANDLE_VALUE) << path << ": " << GetLastError();
+    return handle;
+}
+
+} // namespace
+
+const Errors errors = {
+    .below_a_file = ERROR_PATH_NOT_FOUND,
+    // The way up to the first directory that is there ends at the file.
+    .make_below_a_file = ERROR_ALREADY_EXISTS,
+    .directory_not_empty = ERROR_DIR_NOT_EMPTY,
+    .open_directory = ERROR_ACCESS_DENIED,
+    .replace_directory = ERROR_ACCESS_DENIED,
+    .name_too_long = ERROR_INVALID_NAME,
+    .seek_before_start = ERROR_NEGATIVE_SEEK,
+    .move_into_itself = ERROR_SHARING_VIOLATION,
+};
+
+std::size_t open_handles()
+{
+    DWORD count = 0;
+    EXPECT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &count));
+    return count;
+}
+
+bool is_inherited(ACE_HANDLE handle)
+{
+    DWORD flags = 0;
+    EXPECT_TRUE(GetHandleInformation(handle, &flags));
+    return (flags & HANDLE_FLAG_INHERIT) != 0;
+}
+
+void set_modification_time(const std::string& path, std::int64_t seconds)
+{
+    // File times count 100 ns from 1601 on.
+    const std::int64_t ticks = (seconds + 11'644'473'600) * 10'000'000;
+    const FILETIME time = {static_cast<DWORD>(ticks & 0xFFFFFFFF), static_cast<DWORD>(ticks >> 32)};
+    const HANDLE handle = open(path, FILE_WRITE_ATTRIBUTES);
+    EXPECT_TRUE(SetFileTime(handle, nullptr, nullptr, &time)) << path;
+    CloseHandle(handle);
+}
+
+void resize_with_hole(const std::string& path, std::uint64_t size)
+{
+    const HANDLE handle = open(path, GENERIC_WRITE);
+    // Where the file system makes holes by itself it need not know how to be asked for them.
+    DWORD returned = 0;
+    DeviceIoControl(handle, FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr);
+    LARGE_INTEGER end = {};
+    end.QuadPart = static_cast<std::int64_t>(size);
+    EXPECT_TRUE(SetFilePointerEx(handle, end, nullptr, FILE_BEGIN) && SetEndOfFile(handle)) << path;
+    CloseHandle(handle);
+}
+
+// Another handle has all of the file locked, also what is behind its end.
+struct Unwritable_File::State
+{
+    Temp_Directory directory;
+    HANDLE locker = INVALID_HANDLE_VALUE;
+};
+
+Unwritable_File::Unwritable_File() : state_(std::make_unique<State>())
+{
+    path_ = state_->directory / "locked";
+    write_local(path_, "");
+    state_->locker = open(path_, GENERIC_READ | GENERIC_WRITE);
+    EXPECT_TRUE(LockFile(state_->locker, 0, 0, 0xFFFFFFFF, 0x7FFFFFFF));
+}
+
+Unwritable_File::~Unwritable_File()
+{
+    CloseHandle(state_->locker);
+}
+
+int Unwritable_File::errnum()
+{
+    return ERROR_LOCK_VIOLATION;
+}
+
+} // namespace this_system
