@@ -4,6 +4,8 @@
 #include "platform/runtime/os_error.h"
 #include "platform/runtime/posix_error.h"
 
+#include <cerrno>
+
 namespace cio
 {
 
@@ -18,7 +20,9 @@ Exit_Code exit_code_of(int error_number, bool retriable)
 
 Failure target_failure(const Client_IO& io)
 {
-    Failure failure{exit_code_of(io.errnum(), io.retriable()), io.error()};
+    // Copying and renaming onto what is there has this number on every system.
+    const int number = io.errnum() == EEXIST ? os_error::file_exists : io.errnum();
+    Failure failure{exit_code_of(number, io.retriable()), io.error()};
     if (failure.text.empty()) {
         failure.code = exit_failed;
         failure.text = "The target does not support this operation";

@@ -54,7 +54,7 @@ void cut_calls_short()
 BOOL WINAPI handle(DWORD event)
 {
     if (heard.exchange(true) && event <= CTRL_BREAK_EVENT)
-        return FALSE; // the system does what it does without this program's doing: end it
+        TerminateProcess(GetCurrentProcess(), static_cast<UINT>(STATUS_CONTROL_C_EXIT));
     asked = true;
     cut_calls_short();
     // The console closes: the process ends when this returns, or after some seconds.

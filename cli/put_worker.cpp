@@ -164,8 +164,8 @@ bool Put_Worker::open_remote(Client_IO& io, const Put_Job& job, unsigned mode, s
     if ((mode & Client_IO_Base::mode_overwrite) == 0 &&
         io.size(job.remote.c_str()) != Client_IO_Base::size_unknown)
         failure.code = exit_exists;
-    else if (failure.code == exit_exists)
-        failure.code = exit_failed;
+    else if (failure.code == exit_exists || failure.code == exit_not_found)
+        failure.code = exit_failed; // it is about what stands in the way, not about the file
     fail(job.local, failure);
     return false;
 }

@@ -288,7 +288,7 @@ bool File_IO::copy(const char* src, const char* dst, bool overwrite)
     const std::string from = full_path(src);
     const std::string to = full_path(dst);
     if (!overwrite && file_system::exists(to.c_str())) {
-        errnum_ = EEXIST;
+        errnum_ = EEXIST; // on every system
         error_ = format_text("Failed to copy %s to %s: File exists", from.c_str(), to.c_str());
         return false;
     }
@@ -305,7 +305,7 @@ bool File_IO::rename(const char* src, const char* dst, bool overwrite)
     const std::string from = full_path(src);
     const std::string to = full_path(dst);
     if (!overwrite && file_system::exists(to.c_str())) {
-        errnum_ = EEXIST;
+        errnum_ = EEXIST; // on every system
         error_ = format_text("Failed to rename %s to %s: File exists", from.c_str(), to.c_str());
         return false;
     }

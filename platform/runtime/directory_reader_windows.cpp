@@ -75,6 +75,10 @@ try {
     // The root of an empty volume has not even "." in it.
     if (state_->end == ERROR_FILE_NOT_FOUND)
         state_->end = ERROR_NO_MORE_FILES;
+    // Systems have several numbers for a file in the place of a directory.
+    file_system::Status status;
+    if (state_->end != 0 && file_system::status(path, true, status) && !status.is_directory())
+        state_->end = ERROR_DIRECTORY;
     state_->is_open = state_->end == 0 || state_->end == ERROR_NO_MORE_FILES;
     if (!state_->is_open)
         ACE_OS::last_error(static_cast<int>(state_->end));

@@ -11,7 +11,7 @@ std::int64_t Status::mtime_seconds() const
 
 bool Status::is_same_file(const Status& other) const
 {
-    return mode != 0 && device == other.device && file == other.file;
+    return (device != 0 || file != 0) && device == other.device && file == other.file;
 }
 
 bool exists(const char* path)

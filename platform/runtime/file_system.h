@@ -27,7 +27,7 @@ struct CLIENT_IO_EXPORT Status
     std::uint64_t size = 0;   ///< bytes
     std::int64_t mtime = 0;   ///< nanoseconds since 1970, in the file system's resolution
     std::uint64_t device = 0; ///< the file system,
-    std::uint64_t file = 0;   ///< and the number of the file on it
+    std::uint64_t file = 0;   ///< and the number of the file on it; both 0 where nobody can tell
 
     bool is_directory() const { return (mode & 0xF000U) == 0x4000U; }
     bool is_file() const { return (mode & 0xF000U) == 0x8000U; }

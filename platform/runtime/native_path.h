@@ -1,7 +1,5 @@
 #pragma once
 
-#include "platform/runtime/export.h"
-
 #include <string>
 #include <string_view>
 
@@ -21,11 +19,11 @@
 /// are taken as they stand.
 
 /// @return false on failure (ACE_OS::last_error())
-[[nodiscard]] CLIENT_IO_EXPORT bool to_native_path(const char* path, std::wstring& native);
+[[nodiscard]] bool to_native_path(const char* path, std::wstring& native);
 
 /// A name or path as the system gives it, without the prefix of the form above.
-[[nodiscard]] CLIENT_IO_EXPORT std::string from_native_path(std::wstring_view native);
+[[nodiscard]] std::string from_native_path(std::wstring_view native);
 
 /// Text, not a path: UTF-8 to UTF-16 and back, under the rules above.
-[[nodiscard]] CLIENT_IO_EXPORT bool utf8_to_wide(std::string_view text, std::wstring& wide);
-[[nodiscard]] CLIENT_IO_EXPORT std::string wide_to_utf8(std::wstring_view wide);
+[[nodiscard]] bool utf8_to_wide(std::string_view text, std::wstring& wide);
+[[nodiscard]] std::string wide_to_utf8(std::wstring_view wide);

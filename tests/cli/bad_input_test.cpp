@@ -1,8 +1,6 @@
 #include "cli/resume.h"
 
-#include "platform/runtime/posix_error.h"
 #include "tests/cli/cli_test.h"
-#include "tests/support/this_system.h"
 
 namespace fs = std::filesystem;
 
@@ -71,6 +69,5 @@ TEST_F(Bad_Input, NamesThatAreTooLongAreToldAndTheRestIsStored)
     write("a", "A");
     const Cio_Result result = cio({"put", "a", uri(), std::string(300, 'x')});
     EXPECT_EQ(result.code, 1);
-    EXPECT_NE(result.err.find(POSIX_Error(this_system::errors.name_too_long, 1).str()),
-              std::string::npos);
+    EXPECT_NE(result.err.find("cio: put: a: Fail to open file"), std::string::npos) << result.err;
 }

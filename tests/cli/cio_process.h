@@ -20,7 +20,8 @@ struct Cio_Settings
     std::vector<std::pair<std::string, std::string>> environment{}; ///< added to the test's
     std::string input{};                                            ///< on standard input
     bool powerless = false; ///< without root's power over what is not permitted; not on Windows
-    std::string out_file{}; ///< standard output goes to this file; "" = to the result
+    /// Standard output is this file, opened for reading only; "" = it goes to the result.
+    std::string read_only_output{};
 };
 
 /// Runs cio to its end.

@@ -63,8 +63,8 @@ Cio_Process::Cio_Process(const std::vector<std::string>& arguments, const Cio_Se
     pid_ = ::fork();
     if (pid_ == 0) {
         int out_end = out[1];
-        if (!settings.out_file.empty())
-            out_end = ::open(settings.out_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        if (!settings.read_only_output.empty())
+            out_end = ::open(settings.read_only_output.c_str(), O_RDONLY);
         ::dup2(in[0], 0);
         ::dup2(out_end, 1);
         ::dup2(err[1], 2);

@@ -95,13 +95,13 @@ Cio_Process::Cio_Process(const std::vector<std::string>& arguments, const Cio_Se
     make_pipe(in_, ends[0], true);
     make_pipe(out_, ends[1], false);
     make_pipe(err_, ends[2], false);
-    if (!settings.out_file.empty()) {
+    if (!settings.read_only_output.empty()) {
         CloseHandle(ends[1]);
         SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-        ends[1] = CreateFileW(wide(settings.out_file).c_str(), GENERIC_WRITE,
+        ends[1] = CreateFileW(wide(settings.read_only_output).c_str(), GENERIC_READ,
                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, &inherited,
-                              OPEN_ALWAYS, 0, nullptr);
-        EXPECT_NE(ends[1], INVALID_HANDLE_VALUE) << settings.out_file;
+                              OPEN_EXISTING, 0, nullptr);
+        EXPECT_NE(ends[1], INVALID_HANDLE_VALUE) << settings.read_only_output;
     }
     // The child gets these handles and no others, which tests that run at once may have.
     SIZE_T size = 0;

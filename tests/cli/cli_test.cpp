@@ -1,5 +1,9 @@
 #include "tests/cli/cli_test.h"
 
+#include "platform/runtime/file_system.h"
+
+#include "tests/support/remove_tree.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -18,6 +22,17 @@ std::string text_of(const fs::path& path)
     return {text.begin(), text.end()};
 }
 
+// Not by the C++ library, which on Windows knows no way to names such as " ".
+void remove_all(const std::string& path)
+{
+    file_system::Status status;
+    std::error_code ignored;
+    if (file_system::status(path.c_str(), false, status) && status.is_directory())
+        for (const auto& entry : fs::directory_iterator(native_path(path), ignored))
+            remove_all(path + '/' + text_of(entry.path().filename()));
+    (void)file_system::remove(path.c_str());
+}
+
 } // namespace
 
 Cli_Test::Cli_Test()
@@ -30,8 +45,7 @@ Cli_Test::Cli_Test()
 
 Cli_Test::~Cli_Test()
 {
-    std::error_code ignored;
-    fs::remove_all(native_path(text_of(root_)), ignored);
+    remove_tree(text_of(root_));
 }
 
 Cio_Settings Cli_Test::in_here(Cio_Settings settings) const
@@ -114,9 +128,13 @@ std::string pattern(std::size_t size, unsigned seed)
 std::vector<std::string> paths_below(const fs::path& directory)
 {
     std::vector<std::string> paths;
-    for (const auto& entry : fs::recursive_directory_iterator(directory))
-        paths.push_back(text_of(entry.path().lexically_relative(directory)) +
-                        (entry.is_directory() ? "/" : ""));
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        const std::string name = text_of(entry.path().filename());
+        paths.push_back(name + (entry.is_directory() ? "/" : ""));
+        if (entry.is_directory() && !entry.is_symlink())
+            for (const std::string& below : paths_below(entry.path()))
+                paths.push_back(name + '/' + below);
+    }
     std::sort(paths.begin(), paths.end());
     return paths;
 }

@@ -2,33 +2,23 @@
 
 #include "platform/runtime/native_path.h"
 
-#include <array>
-
 #include <windows.h>
 
-#include <aclapi.h>
+#include <sddl.h>
 
 namespace fs = std::filesystem;
 
 namespace
 {
 
-// Gives a file one right and no others: that of somebody to do everything.
-void allow_only(const fs::path& file, TRUSTEE_FORM form, void* who)
+// Gives a file this access list, in the system's notation.
+void set_access(const fs::path& file, const wchar_t* list)
 {
-    EXPLICIT_ACCESSW access = {};
-    access.grfAccessPermissions = FILE_ALL_ACCESS;
-    access.grfAccessMode = SET_ACCESS;
-    access.Trustee.TrusteeForm = form;
-    access.Trustee.ptstrName = static_cast<LPWSTR>(who);
-    PACL rights = nullptr;
-    ASSERT_EQ(SetEntriesInAclW(1, &access, nullptr, &rights), DWORD{ERROR_SUCCESS});
-    std::wstring name = file.native();
-    EXPECT_EQ(SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT,
-                                    DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
-                                    nullptr, nullptr, rights, nullptr),
-              DWORD{ERROR_SUCCESS});
-    LocalFree(rights);
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(list, SDDL_REVISION_1,
+                                                                     &descriptor, nullptr));
+    EXPECT_TRUE(SetFileSecurityW(file.c_str(), DACL_SECURITY_INFORMATION, descriptor));
+    LocalFree(descriptor);
 }
 
 std::wstring wide(const std::string& text)
@@ -42,16 +32,12 @@ std::wstring wide(const std::string& text)
 
 void Cli_Test::make_private(const std::string& name) const
 {
-    wchar_t me[] = L"CURRENT_USER";
-    allow_only(at(name), TRUSTEE_IS_NAME, me);
+    set_access(at(name), L"D:P(A;;FA;;;BA)(A;;FA;;;OW)"); // administrators and the owner
 }
 
 void Cli_Test::make_public(const std::string& name) const
 {
-    alignas(SID) std::array<unsigned char, SECURITY_MAX_SID_SIZE> everyone;
-    DWORD size = static_cast<DWORD>(everyone.size());
-    ASSERT_TRUE(CreateWellKnownSid(WinWorldSid, nullptr, everyone.data(), &size));
-    allow_only(at(name), TRUSTEE_IS_SID, everyone.data());
+    set_access(at(name), L"D:P(A;;FA;;;WD)"); // everyone
 }
 
 Environment_Variable::Environment_Variable(const char* name, const std::string& value) : name_(name)

@@ -1,3 +1,4 @@
+#include "cli/path_rules.h"
 #include "platform/runtime/base64.h"
 #include "tests/cli/json_test.h"
 #include "tests/cli/names_test.h"
@@ -29,4 +30,10 @@ TEST_F(Names_In_Json, NamesWithNewlinesStayOnOneLine)
     ASSERT_EQ(entries.size(), 1U);
     EXPECT_EQ(entries[0]["path"], "a\nb\"c");
     EXPECT_FALSE(entries[0].contains("path_base64"));
+}
+
+TEST(Path_Rules, NamesMayHoldEveryCharacterButASlash)
+{
+    for (const char* name : {"\n", "\x01", "a:b", "a\\b", "<>\"|?*"})
+        EXPECT_TRUE(cio::is_safe_entry_name(name)) << name;
 }

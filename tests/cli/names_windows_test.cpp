@@ -62,7 +62,7 @@ TEST_F(Windows_Names, ThereAreNoHiddenStreams)
     write("target/a", "stays");
     const Cio_Result result = cio({"put", "--overwrite", "a", uri(), "a:stream"});
     EXPECT_EQ(result.code, 1) << result.err;
-    EXPECT_EQ(cio({"get", uri(), "a", "b:stream"}).code, 1);
+    EXPECT_EQ(cio({"get", uri(), "a", "other:stream"}).code, 1);
     EXPECT_EQ(paths_below(at("target")), std::vector<std::string>{"a"});
     EXPECT_EQ(read("target/a"), "stays");
 }

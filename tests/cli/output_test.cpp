@@ -2,8 +2,9 @@
 
 #include "platform/runtime/file_system.h"
 #include "tests/cli/test_pipe.h"
-#include "tests/support/this_system.h"
+#include "tests/support/temp_directory.h"
 
+#include <ace/OS_NS_errno.h>
 #include <ace/OS_NS_unistd.h>
 #include <ace/os_include/os_fcntl.h>
 #include <gtest/gtest.h>
@@ -80,17 +81,20 @@ TEST(Output, EverythingArrivesInOrderWhateverItsSize)
 
 TEST(Output, FailureIsKept)
 {
-    const this_system::Unwritable_File full;
+    const Temp_Directory directory;
+    write_local(directory / "file", "");
     const ACE_HANDLE handle =
-        file_system::open(full.path().c_str(), O_WRONLY, file_system::share_all);
+        file_system::open((directory / "file").c_str(), O_RDONLY, file_system::share_all);
     ASSERT_NE(handle, ACE_INVALID_HANDLE);
+    ASSERT_EQ(ACE_OS::write(handle, "x", 1), -1);
+    const int reason = ACE_OS::last_error();
     {
         cio::Output out(handle);
         out.write("x");
         EXPECT_FALSE(out.failed());
         out.flush();
         EXPECT_TRUE(out.failed());
-        EXPECT_EQ(out.error_number(), this_system::Unwritable_File::errnum());
+        EXPECT_EQ(out.error_number(), reason);
     }
     ACE_OS::close(handle);
 }

@@ -14,8 +14,7 @@ TEST(Path_Rules, NamesThatCouldLeadOutOfADirectoryAreRefused)
 
 TEST(Path_Rules, OrdinaryNamesAreAccepted)
 {
-    for (const std::string_view name :
-         {"a", "...", "..a", "a..", ".hidden", "~", "-", "\n", "\xff"})
+    for (const std::string_view name : {"a", "...", "..a", "a..", ".hidden", "~", "-", "\xff"})
         EXPECT_TRUE(cio::is_safe_entry_name(name)) << name;
 }
 

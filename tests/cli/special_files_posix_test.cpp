@@ -36,7 +36,7 @@ TEST_F(Special_Files, StandardInputThatCannotBeReadOrIsTheTargetCostsNothing)
     write("target/a", "precious");
     const auto shell = [&](const std::string& line) {
         const std::string command = "cd '" + path(".") + "' && '" CIO_PROGRAM "' " + line;
-        return std::system((command + " 2>/dev/null").c_str());
+        return std::system(("exec 2>/dev/null; " + command).c_str());
     };
     EXPECT_NE(shell("put --overwrite - " + uri() + " a < ."), 0);
     EXPECT_EQ(read("target/a"), "precious");
@@ -46,4 +46,7 @@ TEST_F(Special_Files, StandardInputThatCannotBeReadOrIsTheTargetCostsNothing)
     EXPECT_FALSE(exists("target/b"));
     EXPECT_NE(shell("ls " + uri() + " >&-"), 0);
     EXPECT_NE(shell("--version > /dev/full"), 0);
+    write("err", "");
+    EXPECT_NE(shell("cat " + uri() + " a > /dev/full 2> err"), 0);
+    EXPECT_EQ(read("err"), "cio: cat: standard output: No space left on device\n");
 }

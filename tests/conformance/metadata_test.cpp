@@ -3,6 +3,7 @@
 #include "tests/support/this_system.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace
 {

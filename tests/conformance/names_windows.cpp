@@ -2,11 +2,17 @@
 
 const std::vector<std::string> names_of_this_system = {
     // Devices, for whom does not ask for the file.
-    "CON", "nul", "aux.txt", "COM1", "lpt9.log", "CONIN$",
+    "CON",
+    "nul",
+    "aux.txt",
+    "COM1",
+    "lpt9.log",
+    "CONIN$",
     // What the system would otherwise cut off.
-    "dot at the end.", "space at the end ", "...",
+    "dot at the end.",
+    "space at the end ",
+    "...",
     "\x7F",
-    "\xED\xA0\x80 half of a pair \xED\xB0\x80",
 };
 
 const bool file_names_ignore_case = true;

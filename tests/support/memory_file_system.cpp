@@ -81,6 +81,12 @@ Memory_File_System::Node* Memory_File_System::find(const std::string& path)
     return found == nodes_.end() ? nullptr : &found->second;
 }
 
+int Memory_File_System::missing(const std::string& path)
+{
+    return find(parent(clean(path))) == nullptr ? os_error::no_such_directory
+                                                : os_error::no_such_file;
+}
+
 int Memory_File_System::create_file(const std::string& path, Node*& node)
 {
     const std::string name = clean(path);

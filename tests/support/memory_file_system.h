@@ -41,6 +41,8 @@ public:
 
     /// @return NULL when there is none; valid until the next change of the tree
     Node* find(const std::string& path);
+    /// The error number of a path at which there is nothing.
+    int missing(const std::string& path);
     /// Creates the file and its missing parents, or finds it.
     int create_file(const std::string& path, Node*& node);
     /// Empties a file: what is written to it from now on is another file under the same name.

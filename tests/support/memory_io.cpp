@@ -90,7 +90,7 @@ bool Memory_IO::open(const char* path, unsigned mode, std::uint64_t offset, std:
     if (access == mode_read) {
         if (node == nullptr || node->is_dir)
             return fail("Failed to open", path,
-                        node == nullptr ? os_error::no_such_file
+                        node == nullptr ? files_->missing(path)
                                         : this_system::errors.open_directory);
     } else {
         const bool overwrite = overwrite_ || (mode & mode_overwrite) != 0;
@@ -148,7 +148,7 @@ std::uint64_t Memory_IO::size(const char* path)
     check_order("size", Needs::no_file);
     const Memory_File_System::Node* node = files_->find(path);
     if (node == nullptr) {
-        fail("Failed to examine", path, os_error::no_such_file);
+        fail("Failed to examine", path, files_->missing(path));
         return size_unknown;
     }
     return node->is_dir ? size_of_directory : node->bytes.size();
@@ -174,8 +174,7 @@ bool Memory_IO::truncate(const char* path, std::uint64_t size)
     Memory_File_System::Node* node = files_->find(path);
     if (node == nullptr || node->is_dir)
         return fail("Failed to truncate", path,
-                    node == nullptr ? os_error::no_such_file
-                                    : this_system::errors.open_directory);
+                    node == nullptr ? files_->missing(path) : this_system::errors.open_directory);
     node->bytes.truncate(size);
     return true;
 }

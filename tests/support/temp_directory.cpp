@@ -1,5 +1,7 @@
 #include "tests/support/temp_directory.h"
 
+#include "tests/support/remove_tree.h"
+
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -17,32 +19,36 @@ Temp_Directory::Temp_Directory()
 
 Temp_Directory::~Temp_Directory()
 {
-    std::error_code error;
-    fs::remove_all(path_, error);
+    remove_tree(str());
 }
 
 std::string Temp_Directory::operator/(const std::string& name) const
 {
-    return (path_ / name).make_preferred().string();
+    return (path_ / local_path(name)).make_preferred().string();
+}
+
+fs::path local_path(const std::string& path)
+{
+    return std::u8string(path.begin(), path.end());
 }
 
 std::string file_uri(const std::string& path)
 {
-    const std::string generic = fs::path(path).generic_string();
+    const std::string generic = local_path(path).generic_string();
     // A drive stands where the root does elsewhere.
     return (generic.starts_with('/') ? "file://" : "file:///") + generic;
 }
 
 std::string read_local(const std::string& path)
 {
-    std::ifstream in(fs::path(path), std::ios::binary);
+    std::ifstream in(local_path(path), std::ios::binary);
     EXPECT_TRUE(in.is_open()) << path;
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
 void write_local(const std::string& path, const std::string& data)
 {
-    std::ofstream out(fs::path(path), std::ios::binary | std::ios::trunc);
+    std::ofstream out(local_path(path), std::ios::binary | std::ios::trunc);
     out.write(data.data(), static_cast<std::streamsize>(data.size()));
     out.close();
     EXPECT_TRUE(out.good()) << path;

@@ -22,6 +22,9 @@ private:
     std::filesystem::path path_;
 };
 
+/// A local path for std::filesystem and streams, which do not take narrow text for UTF-8 on
+/// Windows.
+std::filesystem::path local_path(const std::string& path);
 /// The URI of a local path; no character of it may need an escape.
 std::string file_uri(const std::string& path);
 /// Contents of a local file; fails the test when it cannot be read.

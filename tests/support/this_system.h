@@ -3,6 +3,7 @@
 #include <ace/Basic_Types.h>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -37,7 +38,7 @@ void set_modification_time(const std::string& path, std::int64_t seconds);
 /// Makes a file so long; what is new is a hole and takes no space.
 void resize_with_hole(const std::string& path, std::uint64_t size);
 
-/// A file that can be opened but takes no byte.
+/// A file that can be opened for writing and then takes no byte.
 class Unwritable_File
 {
 public:
@@ -47,7 +48,9 @@ public:
     Unwritable_File& operator=(const Unwritable_File&) = delete;
 
     const std::string& path() const { return path_; }
-    /// The error number of every write.
+    /// To be called when the file is open.
+    void take_no_more();
+    /// The error number of every write from then on.
     static int errnum();
 
 private:

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -51,6 +50,8 @@ struct Unwritable_File::State
 Unwritable_File::Unwritable_File() : path_("/dev/full") {}
 
 Unwritable_File::~Unwritable_File() = default;
+
+void Unwritable_File::take_no_more() {}
 
 int Unwritable_File::errnum()
 {

@@ -144,7 +144,8 @@ TEST_F(File_Level, GetFileKeepsTheTextOfALocalFileThatCannotBeOpened)
     write_local(remote_ / "a", "contents");
     const std::string local = local_ / "missing/b";
     EXPECT_FALSE(io_.get_file("a", local.c_str(), create, 0, count()));
-    EXPECT_EQ(io_.error(), "Failed to open local file " + local + ": " + POSIX_Error(os_error::no_such_directory, 1).str());
+    EXPECT_EQ(io_.error(), "Failed to open local file " + local + ": " +
+                               POSIX_Error(os_error::no_such_directory, 1).str());
     EXPECT_FALSE(io_.is_open());
     EXPECT_TRUE(steps_.empty());
 }
@@ -245,7 +246,8 @@ TEST_F(File_Level, PutFileOfAMissingLocalFileSendsNothing)
 {
     const std::string local = local_ / "missing";
     EXPECT_FALSE(io_.put_file("b", local.c_str(), true, 0, 0, count()));
-    EXPECT_EQ(io_.error(), "Failed to open local file " + local + ": " + POSIX_Error(os_error::no_such_file, 1).str());
+    EXPECT_EQ(io_.error(), "Failed to open local file " + local + ": " +
+                               POSIX_Error(os_error::no_such_file, 1).str());
     EXPECT_FALSE(std::filesystem::exists(remote_ / "b"));
 }
 
@@ -253,9 +255,8 @@ TEST_F(File_Level, PutFileOfADirectoryFailsWithItsReason)
 {
     EXPECT_FALSE(io_.put_file("b", local_.str().c_str(), true, 0, 0, count()));
     EXPECT_TRUE(io_.error().starts_with("Failed to ")) << io_.error();
-    EXPECT_TRUE(io_.error().ends_with(
-        "local file " + local_.str() + ": " +
-        POSIX_Error(this_system::errors.open_directory, 1).str()))
+    EXPECT_TRUE(io_.error().ends_with("local file " + local_.str() + ": " +
+                                      POSIX_Error(this_system::errors.open_directory, 1).str()))
         << io_.error();
     EXPECT_FALSE(io_.is_open());
     EXPECT_TRUE(steps_.empty());
@@ -539,8 +540,7 @@ TEST_F(File_Level, SetErrorWordsTheLastFailureOfTheSystem)
     Open_Facade io;
     ACE_OS::last_error(os_error::no_such_file);
     io.set_error("Failed to do", "this");
-    EXPECT_EQ(io.error(),
-              "Failed to do this: " + POSIX_Error(os_error::no_such_file, 1).str());
+    EXPECT_EQ(io.error(), "Failed to do this: " + POSIX_Error(os_error::no_such_file, 1).str());
 }
 
 TEST_F(File_Level, TheTargetsOwnFileIsNeitherUploadedNorDownloadedOntoItself)

@@ -358,8 +358,7 @@ TEST_F(File_IO_Backend, MakingADirectoryBelowAFileHasItsText)
 {
     write_local(directory_ / "file", "kept");
     EXPECT_FALSE(io_.make_dir("file/below", 0750));
-    expect_error("Failed to create directory", "file/below",
-                 this_system::errors.make_below_a_file);
+    expect_error("Failed to create directory", "file/below", this_system::errors.make_below_a_file);
 }
 
 TEST_F(File_IO_Backend, SeekingToAnImpossibleOffsetHasItsTextAndTheFileStaysUsable)

@@ -91,7 +91,8 @@ TEST_F(File_IO_Windows, DeepTreesBeyond260CharactersAreReadAndWritten)
     EXPECT_TRUE(io_.copy((deep + "file").c_str(), (deep + "copy").c_str(), false)) << io_.error();
     EXPECT_TRUE(io_.remove((deep + "file").c_str())) << io_.error();
     EXPECT_TRUE(io_.remove((deep + "copy").c_str())) << io_.error();
-    for (std::size_t end = deep.size() - 1; end != std::string::npos; end = deep.rfind('/', end - 1))
+    for (std::size_t end = deep.size() - 1; end != std::string::npos;
+         end = deep.rfind('/', end - 1))
         EXPECT_TRUE(io_.remove(deep.substr(0, end).c_str())) << io_.error();
 }
 

@@ -27,8 +27,7 @@ protected:
     bool copy(const std::string& from, const std::string& to)
     {
         error = "old";
-        const bool copied =
-            copy_file(from.c_str(), to.c_str(), file_system::share_all, &error);
+        const bool copied = copy_file(from.c_str(), to.c_str(), file_system::share_all, &error);
         reason = ACE_OS::last_error();
         return copied;
     }

@@ -4,7 +4,8 @@
 #include <ace/OS_NS_unistd.h>
 #include <ace/os_include/os_fcntl.h>
 
-// Names of any 16-bit units.
+// Names that need care here. Wine, whose files have names of bytes, has none of half a surrogate
+// pair; the tests of native_path.h do.
 
 namespace
 {
@@ -12,18 +13,8 @@ namespace
 TEST_F(Directory_Reader_Test, NamesOfAnyBytesAreGivenAsTheyAre)
 {
     const std::string names[] = {
-        "a b",
-        "%41",
-        "'",
-        "\xc3\xa9",
-        "\xF0\x9F\x92\xBE",
-        "...",
-        ".hidden",
-        "space behind ",
-        "dot behind.",
-        "CON",
-        "\xED\xA0\x80 alone",
-        std::string(255, 'x'),
+        "a b",     "%41",           "'",           "\xc3\xa9", "\xF0\x9F\x92\xBE",    "...",
+        ".hidden", "space behind ", "dot behind.", "CON",      std::string(255, 'x'),
     };
     for (const std::string& name : names) {
         const ACE_HANDLE handle = file_system::open((root.str() + '\\' + name).c_str(),

@@ -138,8 +138,8 @@ TEST_F(File_System_Posix_Test, ALinkShowsItselfOrWhatItPointsAt)
     EXPECT_EQ(errno, ENOENT);
     EXPECT_TRUE(file_system::exists((directory / "link").c_str()));
     EXPECT_FALSE(file_system::exists((directory / "dangling").c_str()));
-    EXPECT_TRUE(file_system::is_same_file((directory / "link").c_str(),
-                                          (directory / "file").c_str()));
+    EXPECT_TRUE(
+        file_system::is_same_file((directory / "link").c_str(), (directory / "file").c_str()));
 }
 
 TEST_F(File_System_Posix_Test, StatusTellsPipes)
@@ -208,6 +208,14 @@ TEST_F(File_System_Posix_Test, TheRealPathLeadsThroughLinks)
     ASSERT_TRUE(file_system::real_path((directory / "dir/file").c_str(), direct));
     ASSERT_TRUE(file_system::real_path((directory / "link/file").c_str(), through_link));
     EXPECT_EQ(through_link, direct);
+}
+
+TEST_F(File_System_Posix_Test, RenameChangesTheCaseOfAName)
+{
+    write_local(directory / "name", "data");
+    EXPECT_TRUE(file_system::rename((directory / "name").c_str(), (directory / "Name").c_str()));
+    EXPECT_EQ(std::filesystem::directory_iterator(directory.path())->path().filename(), "Name");
+    EXPECT_EQ(read_local(directory / "Name"), "data");
 }
 
 } // namespace

@@ -28,8 +28,8 @@ protected:
 
     bool write(const std::string& path, const std::string& data)
     {
-        const ACE_HANDLE handle = file_system::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                                    file_system::share_all);
+        const ACE_HANDLE handle =
+            file_system::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, file_system::share_all);
         if (handle == ACE_INVALID_HANDLE)
             return false;
         EXPECT_EQ(ACE_OS::write(handle, data.data(), data.size()),
@@ -39,8 +39,7 @@ protected:
 
     std::string read(const std::string& path)
     {
-        const ACE_HANDLE handle =
-            file_system::open(path.c_str(), O_RDONLY, file_system::share_all);
+        const ACE_HANDLE handle = file_system::open(path.c_str(), O_RDONLY, file_system::share_all);
         if (handle == ACE_INVALID_HANDLE)
             return "<missing>";
         char buffer[64];
@@ -85,19 +84,6 @@ TEST_F(File_System_Windows_Test, NamesOfDevicesAndNamesThatWouldBeShortenedAreFi
     }
 }
 
-TEST_F(File_System_Windows_Test, HalvesOfSurrogatePairsAreNames)
-{
-    const std::string name = "\xED\xA0\xBD and \xED\xB2\xBE";
-    EXPECT_TRUE(write(path("plain"), "data"));
-    // path() would convert the name itself.
-    const std::string odd = directory.str() + '\\' + name;
-    ASSERT_TRUE(file_system::rename(path("plain").c_str(), odd.c_str())) << ACE_OS::last_error();
-    EXPECT_EQ(names(directory.str()), std::vector<std::string>{name});
-    EXPECT_EQ(read(odd), "data");
-    EXPECT_TRUE(file_system::remove(odd.c_str()));
-    EXPECT_TRUE(names(directory.str()).empty());
-}
-
 TEST_F(File_System_Windows_Test, WhatNoNameMayHoldIsRefusedByEveryOperation)
 {
     ASSERT_TRUE(write(path("file"), "kept"));
@@ -136,10 +122,6 @@ TEST_F(File_System_Windows_Test, PathsLongerThan260CharactersWork)
     EXPECT_EQ(names(directories.back()), std::vector<std::string>{"file"});
     EXPECT_TRUE(file_system::exists(file.c_str()));
     EXPECT_TRUE(file_system::truncate(file.c_str(), 2));
-    std::string resolved;
-    EXPECT_TRUE(file_system::real_path(file.c_str(), resolved));
-    EXPECT_TRUE(resolved.ends_with("d\\file"));
-    EXPECT_GT(resolved.size(), 1000U);
     EXPECT_TRUE(file_system::rename_new(file.c_str(), (file + "2").c_str()));
     EXPECT_TRUE(file_system::rename((file + "2").c_str(), path("near").c_str()));
     EXPECT_EQ(read(path("near")), "de");
@@ -178,9 +160,6 @@ TEST_F(File_System_Windows_Test, ReadOnlyFilesSaySoInTheirMode)
     ASSERT_TRUE(SetFileAttributesW(fs::path(path("file")).c_str(), FILE_ATTRIBUTE_READONLY));
     EXPECT_TRUE(file_system::status(path("file").c_str(), true, status));
     EXPECT_EQ(status.mode, 0x8000U | 0444U);
-    EXPECT_FALSE(write(path("file"), "x"));
-    EXPECT_EQ(ACE_OS::last_error(), os_error::access_denied);
-    EXPECT_EQ(read(path("file")), "kept");
     SetFileAttributesW(fs::path(path("file")).c_str(), FILE_ATTRIBUTE_NORMAL);
     EXPECT_TRUE(file_system::status(directory.str().c_str(), true, status));
     EXPECT_EQ(status.mode, 0x4000U | 0777U);

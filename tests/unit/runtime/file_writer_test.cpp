@@ -184,9 +184,10 @@ TEST_F(File_Writer_Test, WithoutAFileEverythingButCloseFails)
 
 TEST_F(File_Writer_Test, AFailedWriteIsMetByFlush)
 {
-    const Unwritable_File file;
+    Unwritable_File file;
     path = file.path();
     ASSERT_TRUE(open(0));
+    file.take_no_more();
     EXPECT_TRUE(write("abc"));
     EXPECT_FALSE(writer.flush());
     EXPECT_EQ(writer.last_error(), Unwritable_File::errnum());
@@ -194,9 +195,10 @@ TEST_F(File_Writer_Test, AFailedWriteIsMetByFlush)
 
 TEST_F(File_Writer_Test, AFailedWriteIsMetByCloseAtTheLatest)
 {
-    const Unwritable_File file;
+    Unwritable_File file;
     path = file.path();
     ASSERT_TRUE(open(0));
+    file.take_no_more();
     EXPECT_TRUE(write("abc"));
     EXPECT_FALSE(writer.close());
     EXPECT_EQ(writer.last_error(), Unwritable_File::errnum());
@@ -206,10 +208,11 @@ TEST_F(File_Writer_Test, AFailedWriteIsMetByCloseAtTheLatest)
 
 TEST_F(File_Writer_Test, AfterAFailureEverythingFailsForTheSameReason)
 {
-    const Unwritable_File file;
+    Unwritable_File file;
     path = file.path();
-    const std::size_t before = this_system::open_handles();
     ASSERT_TRUE(open(0, {}, false));
+    file.take_no_more();
+    const std::size_t open_before = this_system::open_handles();
     std::uint64_t accepted = 77;
     EXPECT_FALSE(write("abc", &accepted));
     EXPECT_EQ(accepted, 0U);
@@ -223,16 +226,17 @@ TEST_F(File_Writer_Test, AfterAFailureEverythingFailsForTheSameReason)
     }
     EXPECT_FALSE(writer.close());
     EXPECT_EQ(writer.last_error(), Unwritable_File::errnum());
-    EXPECT_EQ(this_system::open_handles(), before) << "the file is closed all the same";
+    EXPECT_EQ(this_system::open_handles(), open_before - 1) << "the file is closed all the same";
     EXPECT_FALSE(writer.close());
 }
 
 TEST_F(File_Writer_Test, AnotherOpenForgetsTheFailure)
 {
     const std::string good = path;
-    const Unwritable_File file;
+    Unwritable_File file;
     path = file.path();
     ASSERT_TRUE(open(0, {}, false));
+    file.take_no_more();
     EXPECT_FALSE(write("abc"));
     path = good;
     ASSERT_TRUE(open());

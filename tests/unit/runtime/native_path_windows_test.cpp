@@ -106,11 +106,28 @@ TEST(Native_Text, AWholePairHasOneSpellingOnly)
 TEST(Native_Text, WhatIsNotUTF8IsRefused)
 {
     const char* const texts[] = {
-        "\x80", "\xBF", "a\xFF", "\xFE", "\xC3", "\xC3z", "\xE5\xA4", "\xE5\xA4z", "\xE5z\xA4",
-        "\xF0\x9F\x92", "\xF0\x9F\x92z", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80",
+        "\x80",
+        "\xBF",
+        "a\xFF",
+        "\xFE",
+        "\xC3",
+        "\xC3z",
+        "\xE5\xA4",
+        "\xE5\xA4z",
+        "\xE5z\xA4",
+        "\xF0\x9F\x92",
+        "\xF0\x9F\x92z",
+        "\xF4\x90\x80\x80",
+        "\xF5\x80\x80\x80",
         // longer than they need to be
-        "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xF0\x80\x80\x80",
-        "\xF0\x8F\xBF\xBF", "\xC0\xAF", "\xE0\x80\xAF",
+        "\xC0\x80",
+        "\xC1\xBF",
+        "\xE0\x80\x80",
+        "\xE0\x9F\xBF",
+        "\xF0\x80\x80\x80",
+        "\xF0\x8F\xBF\xBF",
+        "\xC0\xAF",
+        "\xE0\x80\xAF",
     };
     for (const char* const text : texts) {
         EXPECT_EQ(wide(text), no_translation) << text;
@@ -156,9 +173,9 @@ TEST(Native_Path, SharesHaveARootOfTheirOwn)
 
 TEST(Native_Path, FormsOfTheSystemItselfAreTakenAsTheyStand)
 {
-    for (const char* const path : {"\\\\?\\C:\\a/../b", "\\\\?\\C:\\a\\.\\b", "\\\\.\\pipe\\name",
-                                   "\\\\?\\UNC\\server\\share\\x", "\\\\?\\Volume{1}\\a",
-                                   "\\\\?\\C:\\what?"})
+    for (const char* const path :
+         {"\\\\?\\C:\\a/../b", "\\\\?\\C:\\a\\.\\b", "\\\\.\\pipe\\name",
+          "\\\\?\\UNC\\server\\share\\x", "\\\\?\\Volume{1}\\a", "\\\\?\\C:\\what?"})
         EXPECT_EQ(native(path), fs::path(path).wstring()) << path;
 }
 

@@ -58,4 +58,12 @@ TEST(Mkdir_P, ALinkToADirectoryIsThatDirectory)
     EXPECT_TRUE(fs::is_directory(root / "real/a"));
 }
 
+TEST(Mkdir_P, WhatDotsLeadBackFromIsMadeToo)
+{
+    Temp_Directory root;
+    made_by(root / "a/./b/../c");
+    EXPECT_TRUE(fs::is_directory(root / "a/b"));
+    EXPECT_TRUE(fs::is_directory(root / "a/c"));
+}
+
 } // namespace
