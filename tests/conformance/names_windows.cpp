@@ -1,7 +1,7 @@
 #include "tests/conformance/names.h"
 
 const std::vector<std::string> names_of_this_system = {
-    // Devices, for whom does not ask for the file.
+    // Devices, unless the path is in the form that is not edited.
     "CON",
     "nul",
     "aux.txt",
