@@ -56,7 +56,8 @@ Target make_target(const std::string& uri_text, const Client_IO_Base::Options& o
     if (!URI_Parser::parse(uri_text.c_str(), target.uri) || target.uri.path(false).empty())
         throw Usage_Error(without_credentials(uri_text) + ": Invalid URI");
     const std::string host = target.uri.host(false);
-    if (target.uri.scheme() == "file" && !host.empty() && host != "localhost")
+    // On Windows it is the server of a network share.
+    if (!is_windows && target.uri.scheme() == "file" && !host.empty() && host != "localhost")
         throw Usage_Error(uri_text + ": a file URI cannot name another machine (" + host +
                           "); write file:///PATH");
     return target;

@@ -54,7 +54,7 @@ std::string absolute_path(const std::string& path)
         const std::string name = local_name(standing);
         if (name.empty())
             return path;
-        rest = rest.empty() ? name : with_separator(name) + rest;
+        rest = rest.empty() ? name : with_separator(name).append(rest);
         while (ends_with_separator(standing))
             standing.pop_back();
         standing.resize(standing.size() - name.size());

@@ -23,7 +23,7 @@ public:
 
     /// @return how many bytes were taken, -1 on failure (ACE_OS::last_error()), which is
     ///         os_error::interrupted when the program was asked to end meanwhile
-    [[nodiscard]] std::int64_t write(const char* data, std::size_t size);
+    [[nodiscard]] std::int64_t write(const char* data, std::size_t size) const;
 
 private:
     struct Terminal; // what the system's kind of terminal needs

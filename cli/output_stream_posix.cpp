@@ -14,7 +14,7 @@ Output_Stream::Output_Stream(ACE_HANDLE handle)
 
 Output_Stream::~Output_Stream() = default;
 
-std::int64_t Output_Stream::write(const char* data, std::size_t size)
+std::int64_t Output_Stream::write(const char* data, std::size_t size) const
 {
     return ::write(handle_, data, size);
 }

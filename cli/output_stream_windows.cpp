@@ -78,7 +78,7 @@ Output_Stream::Output_Stream(ACE_HANDLE handle) : handle_(handle)
 
 Output_Stream::~Output_Stream() = default;
 
-std::int64_t Output_Stream::write(const char* data, std::size_t size)
+std::int64_t Output_Stream::write(const char* data, std::size_t size) const
 {
     constexpr std::size_t most = 1U << 20U;
     DWORD written = 0;

@@ -132,6 +132,8 @@ bool File_IO::connect(const URI& uri, const Options& options)
         return false;
     }
     use_separator(root_);
+    if (separator == '\\' && root_.back() == ':')
+        root_ += separator; // the root of the drive, not its current directory
     if (!create_directory(root_, default_creation_mode)) {
         root_.clear();
         return false;
@@ -274,7 +276,11 @@ bool File_IO::truncate(const char* path, std::uint64_t size)
 bool File_IO::remove(const char* path)
 {
     const std::string entry = full_path(path);
-    if (entry == full_path("")) {
+    file_system::Status found;
+    file_system::Status base;
+    if (file_system::status(entry.c_str(), false, found) &&
+        file_system::status(root_.c_str(), true, base) && found.is_same_file(base))
+    {
         // The base directory itself, which everything else of the connection needs.
         ACE_OS::last_error(os_error::busy);
         return set_error("Failed to remove", entry);

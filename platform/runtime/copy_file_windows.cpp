@@ -41,7 +41,11 @@ bool copy_beside(const std::wstring& source, const char* dst, std::string& path,
     if (dirname_string(target, directory, '\\') && directory.back() != '\\')
         directory += '\\';
     for (int i = 0; i < attempts; ++i) {
+        // On a share other machines have processes of the same number.
+        LARGE_INTEGER ticks = {};
+        QueryPerformanceCounter(&ticks);
         path = directory + ".client_io-copy-" + std::to_string(GetCurrentProcessId()) + "-" +
+               std::to_string(ticks.QuadPart) + "-" +
                std::to_string(counter.fetch_add(1, std::memory_order_relaxed));
         if (!to_native_path(path.c_str(), temporary))
             return false;

@@ -85,24 +85,34 @@ bool status_of_disk_file(HANDLE handle, bool follow, Status& status)
                   is_link_tag(tag.ReparseTag);
     }
     status = {mode_of(info.dwFileAttributes, is_link), join(info.nFileSizeHigh, info.nFileSizeLow),
-              nanoseconds(info.ftLastWriteTime), info.dwVolumeSerialNumber,
-              join(info.nFileIndexHigh, info.nFileIndexLow)};
+              nanoseconds(info.ftLastWriteTime), 0, 0};
+    // File systems that number no files, or not with 64 bits, give one of these to all of them.
+    const std::uint64_t number = join(info.nFileIndexHigh, info.nFileIndexLow);
+    if (number != 0 && number != ~std::uint64_t{0}) {
+        status.device = info.dwVolumeSerialNumber;
+        status.file = number;
+    }
     return true;
 }
 
 // Some files cannot be opened, not even to look at them, but their directory knows them.
-bool status_without_opening(const std::wstring& path, Status& status)
+bool status_without_opening(const std::wstring& path, bool follow, Status& status)
 {
     const DWORD reason = GetLastError();
-    WIN32_FILE_ATTRIBUTE_DATA info = {};
-    const bool refused = reason == ERROR_SHARING_VIOLATION || reason == ERROR_ACCESS_DENIED;
-    if (!refused || !GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &info)) {
-        ACE_OS::last_error(static_cast<int>(reason));
-        return false;
+    if (reason == ERROR_SHARING_VIOLATION || reason == ERROR_ACCESS_DENIED) {
+        WIN32_FIND_DATAW entry = {};
+        const HANDLE search = FindFirstFileW(path.c_str(), &entry);
+        if (search != INVALID_HANDLE_VALUE) {
+            FindClose(search);
+            status = status_of(entry);
+            // Of a link it does not know where it leads.
+            if (!follow || !status.is_link())
+                return true;
+        }
     }
-    status = {mode_of(info.dwFileAttributes, false), join(info.nFileSizeHigh, info.nFileSizeLow),
-              nanoseconds(info.ftLastWriteTime), 0, 0};
-    return true;
+    status = {};
+    ACE_OS::last_error(static_cast<int>(reason));
+    return false;
 }
 
 DWORD access_of(int flags)
@@ -148,7 +158,7 @@ bool status(const char* path, bool follow, Status& status)
     const Handle file(CreateFileW(native.c_str(), FILE_READ_ATTRIBUTES, share_with_all, nullptr,
                                   OPEN_EXISTING, how, nullptr));
     return file ? status_of_disk_file(file.get(), follow, status)
-                : status_without_opening(native, status);
+                : status_without_opening(native, follow, status);
 }
 
 bool status(ACE_HANDLE handle, Status& status)
@@ -174,8 +184,16 @@ ACE_HANDLE open(const char* path, int flags, int share)
     std::wstring native;
     if (!to_native_path(path, native))
         return ACE_INVALID_HANDLE;
-    const HANDLE handle = CreateFileW(native.c_str(), access_of(flags), static_cast<DWORD>(share),
-                                      nullptr, creation_of(flags), FILE_ATTRIBUTE_NORMAL, nullptr);
+    const auto open_to = [&](DWORD creation) {
+        return CreateFileW(native.c_str(), access_of(flags), static_cast<DWORD>(share), nullptr,
+                           creation, FILE_ATTRIBUTE_NORMAL, nullptr);
+    };
+    const DWORD creation = creation_of(flags);
+    HANDLE handle = open_to(creation);
+    // The system does not begin a hidden file again as one that is not hidden.
+    if (handle == INVALID_HANDLE_VALUE && creation == CREATE_ALWAYS &&
+        GetLastError() == ERROR_ACCESS_DENIED && (flags & O_APPEND) == 0)
+        handle = open_to(TRUNCATE_EXISTING);
     if (handle == INVALID_HANDLE_VALUE)
         fail();
     return handle;
@@ -231,24 +249,36 @@ bool remove(const char* path)
 namespace
 {
 
-bool move(const char* src, const char* dst, DWORD flags)
+bool move(const char* src, const char* dst, bool replace)
 {
     std::wstring from;
     std::wstring to;
-    return to_native_path(src, from) && to_native_path(dst, to) &&
-           (MoveFileExW(from.c_str(), to.c_str(), flags) || fail());
+    if (!to_native_path(src, from) || !to_native_path(dst, to))
+        return false;
+    // A directory takes the place of nothing; some systems would let it replace a file.
+    const DWORD attributes = GetFileAttributesW(from.c_str());
+    const bool is_directory =
+        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (MoveFileExW(from.c_str(), to.c_str(),
+                    replace && !is_directory ? static_cast<DWORD>(MOVEFILE_REPLACE_EXISTING) : 0))
+        return true;
+    fail();
+    // Its number, 17, is that of "File exists" for callers of the interface.
+    if (ACE_OS::last_error() == ERROR_NOT_SAME_DEVICE)
+        ACE_OS::last_error(ERROR_NOT_SUPPORTED);
+    return false;
 }
 
 } // namespace
 
 bool rename(const char* src, const char* dst)
 {
-    return move(src, dst, MOVEFILE_REPLACE_EXISTING);
+    return move(src, dst, true);
 }
 
 bool rename_new(const char* src, const char* dst)
 {
-    return move(src, dst, 0);
+    return move(src, dst, false);
 }
 
 bool real_path(const char* path, std::string& resolved)

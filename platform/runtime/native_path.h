@@ -15,8 +15,8 @@
 /// and names that the system would otherwise redirect or shorten ("CON", "NUL", "aux.txt", a
 /// trailing dot or space) are ordinary names. Characters that no file name may hold are refused
 /// (ERROR_INVALID_NAME, 123): `< > : " | ? *` and control characters; a colon in a name would
-/// otherwise write into a hidden stream of another file. Paths that begin with "\\?\" or "\\.\"
-/// are taken as they stand.
+/// otherwise write into a hidden stream of another file. The same rules hold for paths that begin
+/// with "\\?\" or "\\.\"; those that name a volume or device by itself keep that beginning.
 
 /// @return false on failure (ACE_OS::last_error())
 [[nodiscard]] bool to_native_path(const char* path, std::wstring& native);

@@ -83,22 +83,60 @@ std::wstring current_directory(const std::wstring& drive)
     }
 }
 
-// What a path begins with and ".." cannot climb over, ending in a separator; taken off the path.
+bool is_allowed(std::wstring_view name)
+{
+    for (const wchar_t c : name)
+        if (c < L' ' || std::wstring_view(L"<>:\"|?*").find(c) != std::wstring_view::npos)
+            return false;
+    return true;
+}
+
+bool is_name(std::wstring_view name)
+{
+    return !name.empty() && name != L"." && name != L".." && is_allowed(name);
+}
+
+// "\\server\share" and what follows.
+bool take_share(std::wstring& path, std::wstring& root)
+{
+    const std::size_t server_end = std::min(path.find(L'\\', 2), path.size());
+    const std::wstring_view whole = path;
+    const std::wstring_view server = whole.substr(2, server_end - 2);
+    const std::size_t share_start = std::min(server_end + 1, path.size());
+    const std::size_t share_end = std::min(path.find(L'\\', share_start), path.size());
+    const std::wstring_view share = whole.substr(share_start, share_end - share_start);
+    if (!is_name(server) || !is_name(share))
+        return refuse(os_error::invalid_name);
+    root = std::wstring(unedited_share).append(server).append(L"\\").append(share) + L'\\';
+    path.erase(0, share_end);
+    return true;
+}
+
+// "\\.\pipe", "\\?\Volume{...}": neither a drive nor a share. It keeps its prefix.
+bool take_device(std::wstring& path, std::wstring& root)
+{
+    const std::size_t end = std::min(path.find(L'\\', unedited.size()), path.size());
+    root = path.substr(0, end);
+    if (!is_name(std::wstring_view(root).substr(unedited.size())))
+        return refuse(os_error::invalid_name);
+    path.erase(0, end);
+    return true;
+}
+
+// What a path begins with and ".." cannot climb over; taken off the path.
 bool take_root(std::wstring& path, std::wstring& root)
 {
-    if (path.starts_with(L"\\\\")) {
-        const std::size_t server = path.find(L'\\', 2);
-        if (server == 2 || server == std::wstring::npos)
-            return refuse(os_error::invalid_name);
-        std::size_t share = path.find(L'\\', server + 1);
-        if (share == server + 1 || server + 1 == path.size())
-            return refuse(os_error::invalid_name);
-        if (share == std::wstring::npos)
-            share = path.size();
-        root = std::wstring(unedited_share) + path.substr(2, share - 2) + L'\\';
-        path.erase(0, share);
-        return true;
+    if (path.starts_with(unedited) || path.starts_with(device)) {
+        const std::wstring_view rest = std::wstring_view(path).substr(unedited.size());
+        if (rest.starts_with(L"UNC\\"))
+            path = L"\\\\" + std::wstring(rest.substr(4));
+        else if (begins_with_drive(rest) && (rest.size() == 2 || rest[2] == L'\\'))
+            path = std::wstring(rest);
+        else
+            return take_device(path, root);
     }
+    if (path.starts_with(L"\\\\"))
+        return take_share(path, root);
     if (!begins_with_drive(path))
         return refuse(os_error::invalid_name);
     root = std::wstring(unedited) + path.substr(0, 2) + L'\\';
@@ -127,14 +165,6 @@ bool make_absolute(std::wstring& path)
         base.resize(base.size() - rest.size());
     }
     path = base + L'\\' + path;
-    return true;
-}
-
-bool is_allowed(std::wstring_view name)
-{
-    for (const wchar_t c : name)
-        if (c < L' ' || std::wstring_view(L"<>:\"|?*").find(c) != std::wstring_view::npos)
-            return false;
     return true;
 }
 
@@ -213,11 +243,9 @@ bool to_native_path(const char* path, std::wstring& native)
         return false;
     if (wide.empty())
         return refuse(os_error::no_such_directory);
-    if (wide.starts_with(unedited) || wide.starts_with(device)) {
-        native = wide;
-        return true;
-    }
     std::replace(wide.begin(), wide.end(), L'/', L'\\');
+    // It makes the difference between a volume and the directory at its root.
+    const bool ends_in_separator = wide.back() == L'\\';
     std::wstring root;
     std::vector<std::wstring_view> names;
     if (!make_absolute(wide) || !take_root(wide, root) || !resolve_names(wide, names))
@@ -228,6 +256,8 @@ bool to_native_path(const char* path, std::wstring& native)
             native += L'\\';
         native += name;
     }
+    if (names.empty() && ends_in_separator && native.back() != L'\\')
+        native += L'\\';
     return true;
 }
 
@@ -235,7 +265,7 @@ std::string from_native_path(std::wstring_view native)
 {
     if (native.starts_with(unedited_share))
         return "\\\\" + wide_to_utf8(native.substr(unedited_share.size()));
-    if (native.starts_with(unedited))
+    if (native.starts_with(unedited) && begins_with_drive(native.substr(unedited.size())))
         native.remove_prefix(unedited.size());
     return wide_to_utf8(native);
 }

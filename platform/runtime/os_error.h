@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <cerrno>
+#include <initializer_list>
 #include <string>
 
 /// The system's error numbers that this code tests for or gives itself. They are those of errno on
@@ -55,22 +57,27 @@ constexpr int interrupted = EINTR;
 
 #endif
 
+constexpr bool one_of(int number, std::initializer_list<int> numbers)
+{
+    return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
+}
+
 /// Whether a path leads to nothing.
 constexpr bool is_missing(int number)
 {
-    return number == no_such_file || number == no_such_directory;
+    return one_of(number, {no_such_file, no_such_directory});
 }
 
 /// Whether a name is taken already.
 constexpr bool is_taken(int number)
 {
-    return number == file_exists || number == already_exists;
+    return one_of(number, {file_exists, already_exists});
 }
 
 /// Whether nobody reads the other end of a pipe any more.
 constexpr bool is_reader_gone(int number)
 {
-    return number == broken_pipe || number == pipe_closing;
+    return one_of(number, {broken_pipe, pipe_closing});
 }
 
 /// The system's text of an error number; "Unknown error NUMBER" where it has none. The system error

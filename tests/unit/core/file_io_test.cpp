@@ -465,11 +465,22 @@ TEST_F(File_IO_Backend, DestroyingItDoesNotPublishUnstoredData)
 
 TEST_F(File_IO_Backend, TheBaseDirectoryIsNotRemovedThroughItsOwnConnection)
 {
-    for (const char* path : {"", "/", "//"}) {
+    ASSERT_TRUE(io_.make_dir("a", 0750));
+    for (const char* path : {"", "/", "//", ".", "./", "a/.."}) {
         EXPECT_FALSE(io_.remove(path)) << path;
         EXPECT_EQ(io_.errnum(), os_error::busy) << path;
     }
+    ASSERT_TRUE(io_.remove("a"));
     EXPECT_TRUE(std::filesystem::exists(directory_.path()));
+}
+
+TEST_F(File_IO_Backend, ADirectoryDoesNotTakeThePlaceOfAFile)
+{
+    ASSERT_TRUE(io_.make_dir("directory", 0750));
+    ASSERT_TRUE(write("file", 2, 0, "kept"));
+    EXPECT_FALSE(io_.rename("directory", "file", true));
+    EXPECT_EQ(read_local(directory_ / "file"), "kept");
+    EXPECT_TRUE(std::filesystem::is_directory(directory_ / "directory"));
 }
 
 TEST_F(File_IO_Backend, AnOffsetBeyondAnyFileFailsAndLeavesNoFileInTheWay)

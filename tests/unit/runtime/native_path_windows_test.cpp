@@ -171,12 +171,26 @@ TEST(Native_Path, SharesHaveARootOfTheirOwn)
         EXPECT_EQ(native(path), invalid_name) << path;
 }
 
-TEST(Native_Path, FormsOfTheSystemItselfAreTakenAsTheyStand)
+TEST(Native_Path, FormsOfTheSystemItselfStandUnderTheSameRules)
 {
+    EXPECT_EQ(native("\\\\?\\C:\\a/../b"), L"\\\\?\\C:\\b");
+    EXPECT_EQ(native("\\\\.\\C:\\a\\.\\name."), L"\\\\?\\C:\\a\\name.");
+    EXPECT_EQ(native("//?/C:/a"), L"\\\\?\\C:\\a");
+    EXPECT_EQ(native("\\\\?\\UNC\\server\\share/x"), L"\\\\?\\UNC\\server\\share\\x");
     for (const char* const path :
-         {"\\\\?\\C:\\a/../b", "\\\\?\\C:\\a\\.\\b", "\\\\.\\pipe\\name",
-          "\\\\?\\UNC\\server\\share\\x", "\\\\?\\Volume{1}\\a", "\\\\?\\C:\\what?"})
-        EXPECT_EQ(native(path), fs::path(path).wstring()) << path;
+         {"\\\\?\\C:\\what?", "\\\\.\\C:\\a:stream", "\\\\?\\UNC\\server", "\\\\?\\",
+          "\\\\.\\..\\x", "\\\\server\\..\\x", "\\\\server\\sh:x\\f"})
+        EXPECT_EQ(native(path), invalid_name) << path;
+}
+
+TEST(Native_Path, VolumesAndDevicesKeepTheirPrefix)
+{
+    EXPECT_EQ(native("\\\\.\\pipe\\name"), L"\\\\.\\pipe\\name");
+    EXPECT_EQ(native("\\\\.\\PhysicalDrive0"), L"\\\\.\\PhysicalDrive0");
+    EXPECT_EQ(native("\\\\?\\Volume{1}/a/../b"), L"\\\\?\\Volume{1}\\b");
+    EXPECT_EQ(native("\\\\?\\Volume{1}\\"), L"\\\\?\\Volume{1}\\");
+    EXPECT_EQ(native("\\\\?\\Volume{1}"), L"\\\\?\\Volume{1}");
+    EXPECT_EQ(from_native_path(L"\\\\?\\Volume{1}\\b"), "\\\\?\\Volume{1}\\b");
 }
 
 TEST(Native_Path, RelativePathsStartAtTheCurrentDirectory)
