@@ -65,8 +65,8 @@ bool call(const Client_IO::Walk_Callback& callback, const char* path,
 /// one.
 std::string stream_failure(int reason)
 {
-    return "Failed to read local file: " +
-           std::generic_category().message(reason != 0 ? reason : EIO);
+    const std::string text = std::generic_category().message(reason != 0 ? reason : EIO);
+    return format_text("Failed to read local file: %s", text.c_str());
 }
 
 /// Reads a piece of a stream whose exceptions may be switched on.
