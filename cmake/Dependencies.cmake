@@ -3,7 +3,7 @@
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE>=7)
-find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
+find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto SSL)
 pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd>=1.5)
 if(CLIENT_IO_LZOP)
     pkg_check_modules(LZO2 REQUIRED IMPORTED_TARGET lzo2>=2.10)
