@@ -1,6 +1,7 @@
 #include "client_io/client_io.h"
 #include "client_io/evp_io.h"
 #include "client_io/file_io.h"
+#include "client_io/http_client_io.h"
 #include "client_io/lzop_io.h"
 #include "client_io/rate_control_io.h"
 #include "client_io/resumption_io.h"
@@ -96,9 +97,17 @@ void adjust_options(Family family, Client_IO_Base::Options& options)
     }
 }
 
+/// @return NULL for protocols that this version does not have
 std::unique_ptr<Client_IO_Base> make_backend(Family family)
 {
-    return family == Family::file ? std::make_unique<File_IO>() : nullptr;
+    switch (family) {
+    case Family::file:
+        return std::make_unique<File_IO>();
+    case Family::http:
+        return std::make_unique<HTTP_Client_IO>();
+    default:
+        return nullptr;
+    }
 }
 
 } // namespace
@@ -131,6 +140,10 @@ try {
     const Scheme* scheme = find_scheme(uri.scheme());
     if (scheme == nullptr)
         return refuse_connection("Protocol not supported");
+    // A retry would only repeat what cannot be right.
+    std::string reason;
+    if (scheme->family == Family::http && !HTTP_Client_IO::check_options(uri, options, reason))
+        return refuse_connection(reason);
     Options stack_options = options;
     adjust_options(scheme->family, stack_options);
     local_root_ = scheme->family == Family::file ? uri.path(false) : std::string();

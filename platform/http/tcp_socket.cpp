@@ -10,6 +10,7 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/system/system_error.hpp>
 #include <utility>
 #include <vector>
 
@@ -113,7 +114,7 @@ TCP_Socket::~TCP_Socket() = default;
 std::unique_ptr<TCP_Socket> TCP_Socket::connect(const std::string& host, unsigned short port,
                                                 const std::string& source_address,
                                                 milliseconds timeout, Transport_Error& error)
-{
+try {
     auto connected = std::make_unique<Connected>();
     error_code code;
     Endpoints sources;
@@ -136,6 +137,9 @@ std::unique_ptr<TCP_Socket> TCP_Socket::connect(const std::string& host, unsigne
             return std::unique_ptr<TCP_Socket>(new TCP_Socket(std::move(connected)));
     }
     set_error(error, code);
+    return nullptr;
+} catch (const boost::system::system_error& failure) {
+    set_error(error, failure.code()); // no handle is left
     return nullptr;
 }
 

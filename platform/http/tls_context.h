@@ -18,6 +18,8 @@ struct TLS_Settings
     std::string pinned_sha256;
     /// false: any peer is taken, which protects from nobody who can change what is sent.
     bool verify = true;
+
+    bool operator==(const TLS_Settings&) const = default;
 };
 
 /// What the TLS connections to one peer have in common: TLS 1.2 or 1.3, and how it is verified. By
