@@ -204,17 +204,17 @@ bool TCP_Socket::is_readable() const
 
 bool TCP_Socket::has_bytes()
 {
-    char byte = 0;
+    char first = 0;
     error_code code;
-    return connected_->socket.receive(asio::buffer(&byte, 1), asio::socket_base::message_peek,
+    return connected_->socket.receive(asio::buffer(&first, 1), asio::socket_base::message_peek,
                                       code) != 0;
 }
 
 bool TCP_Socket::wait(bool to_read, milliseconds timeout, Transport_Error& error) const
 {
     const Deadline deadline(timeout);
-    // A socket is a handle to the system's functions on Windows as well.
-    const auto handle = (ACE_HANDLE)connected_->socket.native_handle();
+    const ACE_SOCKET socket = connected_->socket.native_handle();
+    const auto handle = (ACE_HANDLE)socket; // of another type on Windows
     for (;;) {
         const auto left = deadline.left();
         ACE_Time_Value time(static_cast<time_t>(left.count() / 1000),
