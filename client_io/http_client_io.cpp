@@ -5,6 +5,7 @@
 #include "platform/json/json_value.h"
 #include "platform/runtime/format.h"
 #include "platform/runtime/iso8601.h"
+#include "platform/runtime/os_error.h"
 #include "platform/runtime/posix_error.h"
 
 #include <ace/OS_NS_errno.h>
@@ -203,9 +204,7 @@ bool HTTP_Client_IO::write(const void* buf, std::uint64_t size)
         transport_error("Failed to send body to", full_url(request_.uri()), broken.get());
         retriable_ = true;
     }
-    const std::string reason = error_;
     open_connection();
-    error_ = reason;
     return false;
 }
 
@@ -336,9 +335,7 @@ bool HTTP_Client_IO::read(const void*& data, std::uint64_t& size)
             ACE_OS::last_error(ECONNRESET);
         transport_error("Failed to receive response data from", full_url(request_.uri()),
                         cut_short ? nullptr : connection_.get());
-        const std::string reason = error_;
         open_connection();
-        error_ = reason;
         retriable_ = true;
         return false;
     }
@@ -367,7 +364,7 @@ bool HTTP_Client_IO::seek(std::uint64_t offset, std::uint64_t length)
 std::uint64_t HTTP_Client_IO::size(const char* path)
 {
     if (simple_request(path, HTTP_Request::HEAD, {}))
-        return size_;
+        return head_size_;
     return is_connected() && status_ == 405 ? size_of_directory : size_unknown;
 }
 
@@ -395,28 +392,27 @@ bool HTTP_Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& ent
             entry.mtime = iso8601_to_posix_time(time);
         entries.push_back(std::move(entry));
     };
-    connection_ = HTTP_Connection::Ptr();
+    if (!is_open())
+        connection_ = HTTP_Connection::Ptr();
     JSON_HTTP_Session json(*session_, listing_depth, listing_mebibytes);
     JSON_HTTP_Session::Kind kind{};
     HTTP_Response response;
     const bool done = json.get(request, take, kind, response);
     status_ = response.status();
     retriable_ = CGI_Response::retriable(status_);
-    if (done && kind == JSON_HTTP_Session::Kind::array) {
+    if (!is_open())
         open_connection();
+    if (done && kind == JSON_HTTP_Session::Kind::array)
         return true;
-    }
     entries.resize(before);
     if (done) {
-        status_error(format_text("%s is not directory", url.c_str()));
+        error_ = format_text("%s is not directory", url.c_str());
+        errnum_ = os_error::not_a_directory;
         retriable_ = false;
     } else {
         status_error(format_text("Failed to GET %s", url.c_str()));
         retriable_ = json.connection_failed() || response.content_type().empty();
     }
-    const std::string reason = error_;
-    open_connection();
-    error_ = reason;
     return false;
 }
 
@@ -436,21 +432,22 @@ bool HTTP_Client_IO::truncate(const char* path, std::uint64_t size)
     request.headers().put(HTTP_Headers::content_range, content_range(size));
     const std::string url = full_url(request.uri());
 
-    connection_ = HTTP_Connection::Ptr();
-    connection_ = session_->start_put(request);
-    if (connection_.get() == nullptr) {
-        transport_error("Failed to send PUT request to", url);
+    HTTP_Connection::Ptr connection;
+    const auto send = [&] {
+        connection = session_->start_put(request);
+        return connection;
+    };
+    if (!send_aside(send)) {
         retriable_ = true;
-        return false;
+        return transport_error("Failed to send PUT request to", url);
     }
     HTTP_Response response;
-    connection_->write(nullptr, 0);
-    if (!connection_->read_response_header(response)) {
-        transport_error("Failed to receive response from", url, connection_.get());
+    connection->write(nullptr, 0);
+    if (!connection->read_response_header(response)) {
         retriable_ = true;
-        return false;
+        return transport_error("Failed to receive response from", url, connection.get());
     }
-    connection_->skip_body(block_size);
+    connection->skip_body(block_size);
     status_ = response.status();
     retriable_ = CGI_Response::retriable(status_);
     if (is_success(status_))
@@ -525,9 +522,7 @@ bool HTTP_Client_IO::send_get()
     else
         fits = check_download(response);
     if (!fits) {
-        const std::string reason = error_;
         open_connection();
-        error_ = reason;
         return false;
     }
     open_ = true;
@@ -558,9 +553,7 @@ bool HTTP_Client_IO::start_upload()
         transport_error(request_.method() == HTTP_Request::POST ? "Failed to send POST request to"
                                                                 : "Failed to send PUT request to",
                         full_url(request_.uri()));
-        const std::string reason = error_;
         open_connection();
-        error_ = reason;
         return false;
     }
     open_ = true;
@@ -609,18 +602,15 @@ bool HTTP_Client_IO::simple_request(const char* path, HTTP_Request::Method metho
     const std::string url = full_url(request.uri());
 
     errnum_ = protocol_error;
-    connection_ = HTTP_Connection::Ptr();
     HTTP_Response response;
-    connection_ = session_->send(request, response);
-    if (connection_.get() == nullptr) {
+    if (!send_aside([&] { return session_->send(request, response); })) {
         retriable_ = true;
         return transport_error(failure, url);
     }
     status_ = response.status();
     if (method == HTTP_Request::HEAD) {
-        response.content_length(size_);
-        if (!is_success(status_))
-            size_ = 0; // it was that of an error's text
+        // That of a failure is the length of its text.
+        head_size_ = is_success(status_) ? response.content_length().value_or(0) : 0;
         head_version_ = version_of(response);
     }
     retriable_ = CGI_Response::retriable(status_);
@@ -699,6 +689,7 @@ bool HTTP_Client_IO::open_file(const char* path, unsigned mode, std::uint64_t of
         simple_request(path, HTTP_Request::HEAD, {});
         if (!is_connected())
             return false;
+        size_ = head_size_;
     }
     switch (mode_) {
     case mode_read:
@@ -746,6 +737,19 @@ bool HTTP_Client_IO::start_over()
     return start_upload();
 }
 
+/// Sends a request on the backend's connection or, while a file is open on that, on one beside it.
+/// @param send  gives the connection on which it was sent
+/// @return whether there is one
+template <class Send>
+bool HTTP_Client_IO::send_aside(Send send)
+{
+    if (is_open())
+        return send().get() != nullptr;
+    connection_ = HTTP_Connection::Ptr();
+    connection_ = send();
+    return is_connected();
+}
+
 /// A request with the fields that all have.
 HTTP_Request HTTP_Client_IO::make_request(HTTP_Request::Method method, const char* path) const
 {
@@ -791,9 +795,7 @@ bool HTTP_Client_IO::check_download(const HTTP_Response& response)
             return unfit("the answer is not the range that was asked for");
     } else {
         skip_ = first_;
-        std::uint64_t length = 0;
-        if (response.content_length(length))
-            total = length;
+        total = response.content_length().value_or(open_end);
     }
     if (total != open_end)
         size_ = total;

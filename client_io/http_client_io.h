@@ -93,6 +93,8 @@ private:
     bool open_file(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size);
     bool open_for_append(std::uint64_t offset);
     bool start_over();
+    template <class Send>
+    bool send_aside(Send send);
     HTTP_Request make_request(HTTP_Request::Method method, const char* path) const;
     std::string path_url(const char* path) const;
     std::string full_url(const std::string& uri) const;
@@ -132,8 +134,9 @@ private:
     /// Bytes that the download shall still give, and whether that is known.
     std::uint64_t left_ = 0;
     bool left_known_ = false;
-    std::string head_version_; ///< as the HEAD showed it
-    std::string version_;      ///< of the file that is being read
+    std::uint64_t head_size_ = 0; ///< of the file that the last HEAD was about
+    std::string head_version_;
+    std::string version_; ///< of the file that is being read
     /// The file whose replacement began without a word of the server; it may still hold the old
     /// contents. Empty when there is none.
     std::string unconfirmed_path_;

@@ -3,6 +3,7 @@
 #include "platform/http/http_head.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 /// What both directions of an exchange have: header fields.
@@ -37,18 +38,10 @@ template <class Message>
 class HTTP_Base : public Message
 {
 public:
-    /// The bytes of the body, or those that the answer to a HEAD announces.
-    /// @return false when the message does not tell
-    bool content_length(std::uint64_t& value) const
-    {
-        value = content_length_;
-        return has_content_length_;
-    }
-    void content_length(std::uint64_t value)
-    {
-        content_length_ = value;
-        has_content_length_ = true;
-    }
+    /// The bytes of the body, or those that the answer to a HEAD announces; nothing when the
+    /// message does not tell.
+    std::optional<std::uint64_t> content_length() const { return content_length_; }
+    void content_length(std::uint64_t value) { content_length_ = value; }
     std::string content_type() const { return text(HTTP_Headers::content_type); }
     std::string entity_tag() const { return text(HTTP_Headers::entity_tag); }
     std::string last_modified() const { return text(HTTP_Headers::last_modified); }
@@ -67,8 +60,7 @@ private:
         return value != nullptr ? *value : std::string();
     }
 
-    std::uint64_t content_length_ = 0;
-    bool has_content_length_ = false;
+    std::optional<std::uint64_t> content_length_;
 };
 
 using HTTP_Response = HTTP_Base<CGI_Response>;

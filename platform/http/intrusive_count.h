@@ -16,7 +16,7 @@ public:
     static void intrusive_remove_ref(Object* object)
     {
         if (object != nullptr && --object->owners_ == 0)
-            delete object;
+            destroy(object);
     }
 
     long owners() const { return owners_; }
@@ -26,5 +26,8 @@ protected:
     ~Intrusive_Count() = default;
 
 private:
+    // Inlined, GCC 12 takes every later use of another owner's pointer for one after the deletion.
+    [[gnu::noinline]] static void destroy(Object* object) { delete object; }
+
     long owners_ = 0;
 };

@@ -103,6 +103,11 @@ bool JSON_HTTP_Session::get(const HTTP_Request& request,
         connection->skip_body(block_size);
         return false;
     }
+    if (response.content_type() == "application/octet-stream") {
+        connection->skip_body(block_size);
+        kind = Kind::other; // whatever it looks like: somebody's file
+        return true;
+    }
     Body body(*connection, max_bytes_);
     std::uint64_t element_start = 0;
     kind = Kind::array;

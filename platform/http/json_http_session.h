@@ -24,7 +24,7 @@ public:
     enum class Kind
     {
         array,
-        other, ///< a JSON text of another kind
+        other, ///< a JSON text of another kind, or bytes of which the server knows no kind
     };
 
     /// Sends a GET and reads the answer.
