@@ -3,6 +3,7 @@
 #include "cli/connection.h"
 #include "cli/output.h"
 #include "cli/reporter.h"
+#include "cli/serve_options.h"
 
 #include <cstddef>
 #include <string>
@@ -22,6 +23,7 @@ struct Invocation
     bool resume = false;
     bool summarize = false;
     unsigned jobs = 4;
+    Serve_Options server;
     Reporter& report;
     Output& out;
 };
@@ -38,6 +40,7 @@ enum Command_Option : unsigned
     takes_summarize = 64U,
     shows_transfer = 128U,   ///< no option: the command moves data
     takes_transforms = 256U, ///< --compress and the like: the command opens files
+    takes_server = 512U,     ///< those of `serve`, in place of all that have to do with targets
 };
 
 /// One command: its row in the help and what carries it out.
@@ -70,5 +73,6 @@ extern const Command rm_command;
 extern const Command mkdir_command;
 extern const Command truncate_command;
 extern const Command verify_command;
+extern const Command serve_command;
 
 } // namespace cio

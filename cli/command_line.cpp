@@ -22,9 +22,9 @@ namespace
 {
 
 constexpr std::array commands = {
-    &put_command,   &get_command,      &cat_command,    &ls_command, &tree_command,
-    &stat_command,  &du_command,       &cp_command,     &mv_command, &rm_command,
-    &mkdir_command, &truncate_command, &verify_command,
+    &put_command,   &get_command,      &cat_command,    &ls_command,    &tree_command,
+    &stat_command,  &du_command,       &cp_command,     &mv_command,    &rm_command,
+    &mkdir_command, &truncate_command, &verify_command, &serve_command,
 };
 
 constexpr unsigned most_jobs = 64;
@@ -86,6 +86,7 @@ struct Parsed
     const Command* command = nullptr;
     std::vector<std::string> arguments;
     Option_Sources options;
+    Serve_Options server;
     unsigned jobs = 4;
     bool json = false;
     bool quiet = false;
@@ -165,8 +166,26 @@ void add_transform_options(CLI::App& app, Transform_Flags& flags)
         })->type_name(row.type);
 }
 
+void add_server_options(CLI::App& app, Serve_Options& options)
+{
+    for (const Serve_Option& row : serve_options) {
+        const auto take = [&options, name = row.name](std::string value) {
+            options[name] = std::move(value);
+        };
+        if (row.type == nullptr)
+            app.add_flag_function(
+                row.name, [take](std::int64_t) { take({}); }, row.help);
+        else
+            add_values(app, row.name, row.help, take)->type_name(row.type);
+    }
+}
+
 void add_command_options(CLI::App& app, unsigned options, Parsed& parsed)
 {
+    if (options & takes_server) {
+        add_server_options(app, parsed.server);
+        return;
+    }
     if (options & takes_recursive)
         app.add_flag("-r,--recursive", parsed.recursive, "Directories with all they hold");
     if (options & takes_recursive_upper)
@@ -287,9 +306,17 @@ int carry_out(const Parsed& parsed, Output& out, Output& messages)
         messages);
     for (const std::string& warning : warnings)
         report.warning(warning);
-    Invocation invocation{
-        parsed.arguments, options,          parsed.recursive, parsed.long_form, parsed.overwrite,
-        parsed.resume,    parsed.summarize, parsed.jobs,      report,           out};
+    Invocation invocation{parsed.arguments,
+                          options,
+                          parsed.recursive,
+                          parsed.long_form,
+                          parsed.overwrite,
+                          parsed.resume,
+                          parsed.summarize,
+                          parsed.jobs,
+                          parsed.server,
+                          report,
+                          out};
     try {
         command.run(invocation);
     } catch (const Usage_Error&) {

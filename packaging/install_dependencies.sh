@@ -11,7 +11,7 @@ build_packages=(
 # diffutils and the like are on every Debian system; these are not.
 test_packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
-    clang clang-format clang-tidy libclang-rt-14-dev doxygen gcovr mandoc shellcheck ccache
+    clang-16 clang-format clang-tidy-16 libclang-rt-16-dev doxygen gcovr mandoc shellcheck ccache
     lzop openssl zstd
 )
 # What builds for Windows and runs it; the libraries are built by windows/build_dependencies.sh.

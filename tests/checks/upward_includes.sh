@@ -21,7 +21,7 @@ declare -A may_include=(
     [platform/mtf]='platform/runtime platform/json platform/rpc'
     [client_io]='platform'
     [servers]='client_io platform'
-    [cli]='client_io platform'
+    [cli]='client_io platform servers'
 )
 
 # The folder of the table in which a file lies, or nothing.

@@ -1,0 +1,85 @@
+#include "servers/common/blocking_work.h"
+#include "servers/storage/storage_answer.h"
+#include "servers/storage/storage_service.h"
+#include "servers/storage/upload_request.h"
+
+#include <limits>
+
+namespace asio = boost::asio;
+
+Storage_Service::Answer Storage_Service::upload(HTTP_Exchange& exchange, Storage_Tree& tree,
+                                                Storage_Tree::Upload_Kind whole,
+                                                Storage_Tree::Upload_Kind part)
+{
+    Upload_Request request;
+    std::string wrong = read_upload_request(exchange.head.headers, request);
+    // A file may be cut and nothing be written, whatever the range says.
+    const bool may_lack = part == Storage_Tree::Upload_Kind::cut && !exchange.has_body();
+    if (wrong.empty() && request.size.has_value() && !may_lack &&
+        exchange.head.framing != Body_Framing::chunked &&
+        *request.size != exchange.head.content_length)
+        wrong = "The body is not as long as its Content-Range";
+    if (!wrong.empty()) {
+        co_await exchange.answer_error(400, std::move(wrong));
+        co_return;
+    }
+    std::unique_ptr<Storage_Tree::Upload> upload;
+    Storage_Result result = co_await run_blocking(disk_, [&] {
+        return tree.upload(exchange.path, request.has_range ? part : whole, request.first,
+                           request.options, upload);
+    });
+    if (!result) {
+        co_await answer_failure(exchange, result, false);
+        co_return;
+    }
+    // From here on the old contents are gone, which is what "100 Continue" tells.
+    const bool accepted = co_await exchange.accept_body();
+    if (!accepted) {
+        exchange.fail_answer();
+        co_return;
+    }
+    const std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
+    co_await receive(exchange, *upload, request.size.value_or(unlimited),
+                     request.size.has_value() && !may_lack);
+}
+
+Storage_Service::Answer Storage_Service::receive(HTTP_Exchange& exchange,
+                                                 Storage_Tree::Upload& upload, std::uint64_t most,
+                                                 bool exactly)
+{
+    Storage_Result result;
+    std::string_view data;
+    auto body = co_await exchange.read_body(data);
+    while (body == HTTP_Exchange::Body::data && result && data.size() <= most) {
+        most -= data.size();
+        result = upload.write(data);
+        if (result)
+            body = co_await exchange.read_body(data);
+    }
+    if (body == HTTP_Exchange::Body::end && !(exactly && most > 0)) {
+        result = co_await run_blocking(disk_, [&] { return upload.finish(); });
+        if (result) {
+            co_await exchange.answer(200);
+            co_return;
+        }
+    }
+    if (!result) {
+        co_await answer_failure(exchange, result, false);
+        co_return;
+    }
+    switch (body) {
+    case HTTP_Exchange::Body::data:
+    case HTTP_Exchange::Body::end:
+        co_await exchange.answer_error(400, "The body is not as long as its Content-Range");
+        break;
+    case HTTP_Exchange::Body::malformed:
+        co_await exchange.answer_error(400, "The body is malformed");
+        break;
+    case HTTP_Exchange::Body::too_slow:
+        co_await exchange.answer_error(408, "The body did not arrive in time");
+        break;
+    case HTTP_Exchange::Body::gone:
+        exchange.fail_answer();
+        break;
+    }
+}
