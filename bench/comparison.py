@@ -16,20 +16,22 @@ class Comparison_Failed(Exception):
 
 
 class Run:
-    """What one run of a program took."""
+    """What one run of a program took, and the server that it talked to."""
 
     def __init__(self, wall, usage):
         self.wall = wall
         self.cpu = usage.ru_utime + usage.ru_stime
         self.peak = usage.ru_maxrss * 1024
+        self.server = 0.0
 
 
 class Program:
-    """One member of a comparison."""
+    """One member of a comparison; `server` is a Server whose CPU time is measured beside it."""
 
-    def __init__(self, name, command):
+    def __init__(self, name, command, server=None):
         self.name = name
         self.command = command
+        self.server = server
         self.runs = []
 
     def median(self, measure):
@@ -39,8 +41,8 @@ class Program:
 
 
 class Target:
-    """What cio shall reach in one measure of a case: at most so many times another program's
-    figure, or at most an absolute one."""
+    """What cio shall reach in one measure of a case (an attribute of Run): at most so many times
+    another program's figure, or at most an absolute one."""
 
     def __init__(self, measure, limit, other=None):
         self.measure = measure
@@ -55,7 +57,7 @@ class Target:
         else:
             figure /= MIB
             text = f"{self.measure} {figure:.1f} MiB, target {self.limit} MiB"
-        return f"{text}: {'met' if figure <= self.limit else 'NOT met'}"
+        return f"{text}: {verdict(figure, self.limit)}"
 
 
 class Case:
@@ -99,6 +101,12 @@ class Runner:
             raise Comparison_Failed(f"{shlex.join(command)}: exit code {code}\n{reason}")
         return Run(wall, usage)
 
+    def measure_beside(self, server, command):
+        before = server.cpu() if server else 0.0
+        run = self.measure(command)
+        run.server = server.cpu() - before if server else 0.0
+        return run
+
     def run(self, case):
         print(f"\n{case.title}", flush=True)
         # The first turn counts for nothing but its results; it warms up what else there is.
@@ -107,7 +115,7 @@ class Runner:
                 aside(case.prepare)
                 os.sync()
                 aside(touch_memory, case.written)
-                run = self.measure(program.command)
+                run = self.measure_beside(program.server, program.command)
                 aside(case.verify, program, turn == 0)
                 if turn > 0:
                     program.runs.append(run)
@@ -157,17 +165,22 @@ def touch_memory(size):
 
 
 def report(case):
-    print(f"{'program':16} {'wall s':>8} {'(min..max)':>16} {'CPU s':>8} {'peak MiB':>9}"
-          f"   cio/it: {'wall':>6} {'CPU':>6} {'peak':>6}")
     cio = case.programs[0]
+    served = cio.server is not None
+    measures = ("wall", "cpu", "peak") + (("server",) if served else ())
+    print(f"{'program':16} {'wall s':>8} {'(min..max)':>16} {'CPU s':>8} {'peak MiB':>9}"
+          f"{' server CPU s' if served else ''}   cio/it: {'wall':>6} {'CPU':>6} {'peak':>6}"
+          f"{' server' if served else ''}")
     for program in case.programs:
         walls = [run.wall for run in program.runs]
         line = (f"{program.name:16} {program.median('wall'):8.2f} "
                 f"{f'({min(walls):.2f}..{max(walls):.2f})':>16} {program.median('cpu'):8.2f} "
                 f"{program.median('peak') / MIB:9.1f}")
+        if served:
+            line += f" {program.median('server'):12.2f}"
         if program is not cio:
-            ratios = [ratio(cio.median(m), program.median(m)) for m in ("wall", "cpu", "peak")]
-            line += f"           {ratios[0]:>6} {ratios[1]:>6} {ratios[2]:>6}"
+            line += "          " + "".join(
+                f" {ratio(cio.median(m), program.median(m)):>6}" for m in measures)
         print(line)
     for target in case.targets:
         print(f"  {target.judge(case.programs)}")
@@ -176,6 +189,15 @@ def report(case):
 
 def ratio(a, b):
     return f"{a / b:.2f}" if b else "-"
+
+
+def verdict(figure, limit):
+    return "met" if figure <= limit else "NOT met"
+
+
+def to_file(command, path):
+    """A program that writes to standard output, which becomes a file."""
+    return ["sh", "-c", 'out=$1; shift; exec "$@" >"$out"', "sh", path] + command
 
 
 def file_url(path):

@@ -5,7 +5,9 @@ import random
 import shutil
 import subprocess
 
-from comparison import (BLOCK, MIB, Case, Comparison_Failed, Program, Target, aside, file_url, warm)
+from comparison import (BLOCK, MIB, Case, Comparison_Failed, Program, Target, aside, file_url,
+                        to_file, warm)
+from data import make_random
 
 SEED = 20261121
 KEY, IV = "00" * 32, "00" * 16
@@ -37,13 +39,6 @@ def make_usr(path, size):
             if out.tell() >= size:
                 return
     raise Comparison_Failed(f"/usr holds less than {size // MIB} MiB")
-
-
-def make_random(path, size):
-    generator = random.Random(SEED)
-    with open(path, "wb") as file:
-        for _ in range(size // BLOCK):
-            file.write(generator.randbytes(BLOCK))
 
 
 def make_zeros(path, size):
@@ -153,9 +148,6 @@ def file_cases(runner, cio, name, source, size):
         def check_stored(program, thorough):
             if thorough and not same_as(decode(stored), source):
                 raise Comparison_Failed(f"{program.name}: what it stored is not the source")
-
-        def to_file(command, path):
-            return ["sh", "-c", 'out=$1; shift; exec "$@" >"$out"', "sh", path] + command
 
         targets = [Target("cpu", MOST[peer], peer), Target("peak", 64)]
         yield Case(f"{name}: {title}, file to file, put",

@@ -1,5 +1,6 @@
 #include "cli/serve.h"
 
+#include "cli/interrupt.h"
 #include "cli/size_text.h"
 #include "servers/common/users_file.h"
 #include "servers/storage/storage_server.h"
@@ -11,6 +12,7 @@
 #include <limits>
 #include <openssl/crypto.h>
 #include <string_view>
+#include <termios.h>
 #include <unistd.h>
 
 namespace cio
@@ -93,20 +95,46 @@ Storage_Server::Options read_server_options(const Serve_Options& given)
     return options;
 }
 
+/// Keeps a terminal from showing what is typed, while the object lives.
+class Silent_Terminal
+{
+public:
+    Silent_Terminal() : is_terminal_(::tcgetattr(STDIN_FILENO, &before_) == 0)
+    {
+        struct termios silent = before_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        if (is_terminal_)
+            (void)::tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    }
+    ~Silent_Terminal()
+    {
+        if (is_terminal_)
+            (void)::tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
+    }
+    Silent_Terminal(const Silent_Terminal&) = delete;
+    Silent_Terminal& operator=(const Silent_Terminal&) = delete;
+
+private:
+    struct termios before_ = {};
+    bool is_terminal_;
+};
+
 /// The first line of standard input, wiped when it goes.
 class Secret_Line
 {
 public:
     Secret_Line()
     {
+        const Silent_Terminal silent;
         ssize_t n = 0;
         do {
             n = ::read(STDIN_FILENO, bytes_.data() + size_, bytes_.size() - size_);
             size_ += n > 0 ? static_cast<std::size_t>(n) : 0;
-        } while ((n > 0 && size_ < bytes_.size()) || (n < 0 && errno == EINTR));
+        } while ((n > 0 && size_ < bytes_.size() && text().find('\n') == std::string_view::npos) ||
+                 (n < 0 && errno == EINTR && !interrupt::requested()));
+        size_ = std::min(text().find('\n'), size_);
         if (size_ == bytes_.size())
             throw Usage_Error("the secret has more than 1023 bytes");
-        size_ = std::min(text().find('\n'), size_);
         if (size_ > 0 && bytes_[size_ - 1] == '\r')
             --size_;
     }

@@ -275,12 +275,16 @@ void HTTP_Client_IO::disconnect()
 
 bool HTTP_Client_IO::open(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size)
 {
+    if (!close())
+        return false;
     request_ = HTTP_Request();
     return open_file(path, mode, offset, size);
 }
 
 bool HTTP_Client_IO::open(const char* path, unsigned mode, const json_spirit::Value& extra)
 {
+    if (!close())
+        return false;
     request_ = HTTP_Request();
     if (extra.is_object()) {
         const auto& object = extra.get_ref<const json_spirit::Object&>();
@@ -365,7 +369,9 @@ std::uint64_t HTTP_Client_IO::size(const char* path)
 {
     if (simple_request(path, HTTP_Request::HEAD, {}))
         return head_size_;
-    return is_connected() && status_ == 405 ? size_of_directory : size_unknown;
+    // Other servers lead from a directory's name to the same with a slash behind it.
+    const bool is_directory = status_ == 405 || (webdav_ && status_ == 301);
+    return is_connected() && is_directory ? size_of_directory : size_unknown;
 }
 
 bool HTTP_Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& entries)
@@ -418,7 +424,7 @@ bool HTTP_Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& ent
 
 bool HTTP_Client_IO::make_dir(const char* path, unsigned short)
 {
-    return simple_request(path, HTTP_Request::MKCOL, {});
+    return webdav_ ? make_webdav_directory(path) : simple_request(path, HTTP_Request::MKCOL, {});
 }
 
 bool HTTP_Client_IO::truncate(const char* path, std::uint64_t size)
@@ -459,23 +465,20 @@ bool HTTP_Client_IO::truncate(const char* path, std::uint64_t size)
 
 bool HTTP_Client_IO::remove(const char* path)
 {
-    return simple_request(path, HTTP_Request::DELETE_, {});
+    HTTP_Headers headers;
+    if (webdav_)
+        headers.put("Depth", "0"); // or a directory would go with all that is in it
+    return simple_request(path, HTTP_Request::DELETE_, headers);
 }
 
 bool HTTP_Client_IO::copy(const char* src, const char* dst, bool overwrite)
 {
-    HTTP_Headers headers;
-    headers.put(HTTP_Headers::destination, full_url(path_url(dst)));
-    headers.put(HTTP_Headers::overwrite, overwrite ? "T" : "F");
-    return simple_request(src, HTTP_Request::COPY, headers);
+    return copy_or_move(HTTP_Request::COPY, src, dst, overwrite);
 }
 
 bool HTTP_Client_IO::rename(const char* src, const char* dst, bool overwrite)
 {
-    HTTP_Headers headers;
-    headers.put(HTTP_Headers::destination, full_url(path_url(dst)));
-    headers.put(HTTP_Headers::overwrite, overwrite ? "T" : "F");
-    return simple_request(src, HTTP_Request::MOVE, headers);
+    return copy_or_move(HTTP_Request::MOVE, src, dst, overwrite);
 }
 
 bool HTTP_Client_IO::retriable() const
@@ -729,6 +732,36 @@ bool HTTP_Client_IO::open_for_append(std::uint64_t offset)
     return start_upload();
 }
 
+bool HTTP_Client_IO::copy_or_move(HTTP_Request::Method method, const char* src, const char* dst,
+                                  bool overwrite)
+{
+    // Some servers lose a file that is put in its own place.
+    if (webdav_ && path_url(src) == path_url(dst) && overwrite)
+        return simple_request(src, HTTP_Request::HEAD, {});
+    HTTP_Headers headers;
+    headers.put(HTTP_Headers::destination, full_url(path_url(dst)));
+    headers.put(HTTP_Headers::overwrite, overwrite ? "T" : "F");
+    return simple_request(src, method, headers);
+}
+
+/// Other servers make one directory at a time, under a name that ends with a slash, and none that
+/// is there already.
+bool HTTP_Client_IO::make_webdav_directory(const std::string& path)
+{
+    const std::string name = path.substr(0, path.find_last_not_of('/') + 1);
+    const auto make = [&] { return simple_request((name + '/').c_str(), HTTP_Request::MKCOL, {}); };
+    if (make())
+        return true;
+    const std::size_t slash = name.rfind('/');
+    if (status_ == 409 && slash != std::string::npos && slash != 0)
+        return make_webdav_directory(name.substr(0, slash)) && make();
+    const std::string reason = error_;
+    if (status_ == 405 && size(name.c_str()) == size_of_directory)
+        return true;
+    error_ = reason;
+    return false;
+}
+
 /// Goes on with the replacement of a file that the server never confirmed: from its start, since
 /// what the server shows may be the old contents.
 bool HTTP_Client_IO::start_over()
@@ -836,7 +869,7 @@ bool HTTP_Client_IO::transport_error(const char* words, const std::string& url,
 /// Words a failure that the server told by the status of its answer.
 void HTTP_Client_IO::status_error(const std::string& text)
 {
-    errnum_ = number_of_status(status_);
+    errnum_ = webdav_ && status_ == 412 ? EEXIST : number_of_status(status_);
     error_ = text;
 }
 

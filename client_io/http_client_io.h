@@ -93,6 +93,9 @@ private:
     bool open_file(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size);
     bool open_for_append(std::uint64_t offset);
     bool start_over();
+    bool copy_or_move(HTTP_Request::Method method, const char* src, const char* dst,
+                      bool overwrite);
+    bool make_webdav_directory(const std::string& path);
     template <class Send>
     bool send_aside(Send send);
     HTTP_Request make_request(HTTP_Request::Method method, const char* path) const;

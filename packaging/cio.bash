@@ -3,7 +3,7 @@
 _cio() {
     local current=${COMP_WORDS[COMP_CWORD]}
     local previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands='put get cat ls tree stat du cp mv rm mkdir truncate verify help'
+    local commands='put get cat ls tree stat du cp mv rm mkdir truncate verify serve help'
     local common='--help --option --options --json --quiet --debug -o -q -h'
     local transforms='--compress --level --encrypt --key-file --limit'
     local ciphers='aes-256-cbc aes-192-cbc aes-128-cbc camellia-256-cbc sm4-cbc none'
@@ -23,7 +23,7 @@ _cio() {
     fi
 
     case $previous in
-    --options | --key-file)
+    --options | --key-file | --root | --users | --access-log | --tls-cert | --tls-key)
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
@@ -54,12 +54,19 @@ _cio() {
         ls) own='--long --recursive -l -R' ;;
         rm) own='--recursive -r' ;;
         du) own='--summarize -s' ;;
+        serve)
+            common='--help -h'
+            own='--root --listen --tls-cert --tls-key --users --allow-anonymous --read-only --token
+                --quota --no-sync --access-log --threads --max-connections --max-per-address
+                --max-head --max-fields --head-time --body-time --least-rate --idle-time --stop-time'
+            ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$own $common" -- "$current")
         return
     fi
 
     case $command in
+    serve) mapfile -t COMPREPLY < <(compgen -W 'http user' -- "$current") ;;
     help) mapfile -t COMPREPLY < <(compgen -W "$commands options" -- "$current") ;;
     put | get | verify)
         compopt -o filenames

@@ -13,6 +13,7 @@ test_packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-16 clang-format clang-tidy-16 libclang-rt-16-dev doxygen gcovr mandoc shellcheck ccache
     lzop openssl zstd
+    curl nginx libnginx-mod-http-dav-ext apache2-bin
 )
 # What builds for Windows and runs it; the libraries are built by windows/build_dependencies.sh.
 windows_packages=(
@@ -44,6 +45,19 @@ install_packages()
         as_root=(sudo)
     fi
     "${as_root[@]}" apt-get update -q
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    without_services "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install -q -y -o Dpkg::Use-Pty=0 --no-install-recommends "${missing[@]}"
 }
+
+# usage: without_services COMMAND... : runs it, and meanwhile no package's service is started: the
+# tests run servers of their own, and nobody asked for a web server of the system.
+without_services()
+(
+    policy=/usr/sbin/policy-rc.d
+    if [[ ! -e $policy ]]; then
+        trap '"${as_root[@]}" rm -f "$policy"' EXIT
+        printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null
+        "${as_root[@]}" chmod 755 "$policy"
+    fi
+    "$@"
+)

@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <sys/resource.h>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -27,6 +28,17 @@ namespace
 constexpr std::chrono::milliseconds accept_pause{100};
 constexpr std::chrono::milliseconds stop_period{20};
 constexpr int backlog = 1024;
+
+/// Asks for as many handles as the system allows: what it usually gives is less than the limit of
+/// connections needs.
+void raise_handle_limit()
+{
+    struct rlimit limit = {};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        (void)::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
 
 } // namespace
 
@@ -71,6 +83,7 @@ private:
 bool HTTP_Server::Impl::start(std::string& error)
 {
     boost::system::error_code problem;
+    raise_handle_limit();
     const auto address = asio::ip::make_address(options_.address, problem);
     if (problem) {
         error = "'" + options_.address + "' is no IP address";

@@ -49,8 +49,10 @@ Server_Connection::Server_Connection(Server_Context& context, Peer_Stream::Socke
 
 asio::awaitable<void> Server_Connection::run()
 {
+    idle_ = true;
     deadline_.set(now(), context_.limits.head_time);
     const bool agreed = co_await stream_.handshake();
+    idle_ = false;
     if (agreed)
         co_await serve_requests();
     stream_.cut();
@@ -80,10 +82,11 @@ asio::awaitable<void> Server_Connection::serve_requests()
     bool keep = true;
     for (bool first = true; keep; first = false) {
         HTTP_Exchange exchange(stream_, deadline_, context_.limits, input_);
-        idle_ = !first && input_.empty();
+        idle_ = input_.empty();
         if (stops_ && idle_)
             break;
-        deadline_.set(now(), idle_ ? context_.limits.idle_time : context_.limits.head_time);
+        deadline_.set(now(),
+                      idle_ && !first ? context_.limits.idle_time : context_.limits.head_time);
         const Head head = co_await read_head(exchange);
         if (head == Head::end)
             break;
@@ -100,7 +103,10 @@ asio::awaitable<void> Server_Connection::serve_requests()
         // A connection that is closed with bytes unread is reset, and the answer may be lost with
         // it.
         const bool unread = head != Head::complete || refused_ || exchange.has_unread_body();
-        if (!keep && unread && !exchange.failed())
+        if (keep || exchange.failed())
+            continue;
+        stream_.end_output();
+        if (unread)
             co_await linger();
     }
 }
@@ -122,7 +128,7 @@ asio::awaitable<Server_Connection::Head> Server_Connection::read_head(HTTP_Excha
         const std::int64_t n = co_await stream_.read(block);
         if (n <= 0) {
             // Silence between requests is no fault.
-            if (!stream_.is_interrupted() || idle_ || input_.empty())
+            if (!stream_.is_interrupted() || idle_)
                 co_return Head::end;
             exchange.close_connection();
             co_await exchange.answer_error(408, "The request did not arrive in time");
@@ -135,8 +141,10 @@ asio::awaitable<Server_Connection::Head> Server_Connection::read_head(HTTP_Excha
     }
     deadline_.clear();
     if (result == HTTP_Parse_Result::complete) {
-        exchange.is_http_1_0 =
-            std::string_view(input_).substr(0, used).find(" HTTP/1.0\r\n") != std::string::npos;
+        const std::size_t line = input_.find_first_not_of("\r\n");
+        exchange.is_http_1_0 = std::string_view(input_)
+                                   .substr(line, input_.find('\r', line) - line)
+                                   .ends_with(" HTTP/1.0");
         input_.erase(0, used);
         co_return Head::complete;
     }
@@ -224,8 +232,6 @@ asio::awaitable<void> Server_Connection::serve_own(HTTP_Exchange& exchange)
 
 asio::awaitable<void> Server_Connection::linger()
 {
-    stream_.resume();
-    stream_.end_output();
     deadline_.set(now(), linger_time);
     std::uint64_t size = 0;
     while (size < most_lingering) {

@@ -14,7 +14,7 @@ constexpr std::size_t open_levels = 32;
 Directory_Walk::Directory_Walk(File_Handle top)
 {
     if (!push(std::move(top)))
-        failure_ = errno;
+        failure_ = errno != 0 ? errno : EBADF;
 }
 
 Directory_Walk::Event Directory_Walk::next()

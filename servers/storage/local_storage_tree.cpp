@@ -55,9 +55,11 @@ bool may_be_renamed(mode_t mode)
 
 } // namespace
 
-std::mutex& Storage_State::name_lock(const File_Key& directory, std::string_view name)
+std::mutex& Storage_State::name_lock(int directory, std::string_view name)
 {
-    return name_locks_[(std::hash<std::string_view>()(name) + directory.file) % name_locks_.size()];
+    struct stat info = {};
+    fstat(directory, &info); // it is open
+    return name_locks_[(std::hash<std::string_view>()(name) + info.st_ino) % name_locks_.size()];
 }
 
 std::unique_ptr<Storage_Tree> Storage_Tree::open(const Options& options, std::string& error)
@@ -115,11 +117,10 @@ Storage_Result Local_Storage_Tree::remove(std::string_view path)
     if (entry.is_root())
         return {Storage_Failure::denied};
     const File_Handle parent = root_->open(entry.parent(), O_PATH | O_DIRECTORY);
-    struct stat directory;
-    if (!parent || fstat(parent.get(), &directory) != 0)
+    if (!parent)
         return last_storage_error();
 
-    const std::scoped_lock lock(state_->name_lock(File_Key::of(directory), entry.name()));
+    const std::scoped_lock lock(state_->name_lock(parent.get(), entry.name()));
     const File_Handle found(openat(parent.get(), entry.name(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat info;
     if (!found || fstat(found.get(), &info) != 0)
@@ -195,12 +196,8 @@ Storage_Result Local_Storage_Tree::make_parent(const Storage_Path& path, unsigne
 Storage_Result Local_Storage_Tree::place(int from_directory, const char* from, int to_directory,
                                          const char* to, bool overwrite)
 {
-    struct stat from_info;
-    struct stat to_info;
-    if (fstat(from_directory, &from_info) != 0 || fstat(to_directory, &to_info) != 0)
-        return last_storage_error();
-    std::mutex& from_lock = state_->name_lock(File_Key::of(from_info), from);
-    std::mutex& to_lock = state_->name_lock(File_Key::of(to_info), to);
+    std::mutex& from_lock = state_->name_lock(from_directory, from);
+    std::mutex& to_lock = state_->name_lock(to_directory, to);
     std::unique_lock first(from_lock, std::defer_lock);
     std::unique_lock second(to_lock, std::defer_lock);
     if (&from_lock == &to_lock)

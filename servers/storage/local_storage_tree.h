@@ -19,9 +19,9 @@ struct Storage_State
     Storage_State(const Storage_Tree::Options& options) : sync(options.sync), quota(options.quota)
     {}
 
-    /// One of a few locks, chosen by the name: who takes a name off a file holds it, so that what
-    /// he takes it off is what he looked at.
-    std::mutex& name_lock(const File_Key& directory, std::string_view name);
+    /// One of a few locks, chosen by the name. Who gives a name to a file or takes it off one holds
+    /// it, so that what is at the name is still what he looked at.
+    std::mutex& name_lock(int directory, std::string_view name);
 
     const bool sync;
     Storage_Quota quota;
@@ -62,6 +62,11 @@ private:
     Storage_Result open_file(const Storage_Path& path, File_Handle& file, struct stat& info) const;
     Storage_Status status_of(const struct stat& info) const;
 
+    /// Opens a file for an upload and lets the upload join those under way; not_found when it was
+    /// removed meanwhile.
+    Storage_Result begin_upload(const Storage_Path& path, Upload_Kind kind,
+                                const Upload_Options& options,
+                                std::unique_ptr<Local_Upload>& upload);
     Storage_Result create_file(const Storage_Path& path, const Upload_Options& options,
                                std::unique_ptr<Local_Upload>& upload);
     Storage_Result replace_file(const Storage_Path& path, const Upload_Options& options,

@@ -50,8 +50,8 @@ public:
     /// A directory in which the file has got a new name.
     void has_new_name(File_Handle directory) { directory_ = std::move(directory); }
     /// Joins the uploads under way in place of an older one of the file.
+    /// @return not_found when the file has lost its name before
     Storage_Result join();
-    bool has_name() const { return before_.st_nlink != 0; }
     /// What the path led to before; unless it is said, what the file itself was when it joined.
     void replaces(const struct stat& before) { before_ = before; }
     Storage_Result cut(std::uint64_t size);
@@ -103,7 +103,7 @@ Storage_Result Local_Storage_Tree::Local_Upload::join()
     if (fstat(file_.get(), &before_) != 0)
         return last_storage_error();
     size_ = static_cast<std::uint64_t>(before_.st_size);
-    return {};
+    return before_.st_nlink != 0 ? Storage_Result{} : storage_error(ENOENT);
 }
 
 Storage_Result Local_Storage_Tree::Local_Upload::cut(std::uint64_t size)
@@ -140,7 +140,10 @@ Storage_Result Local_Storage_Tree::Local_Upload::write(std::string_view data)
         return fail({Storage_Failure::superseded});
     if (data.size() > largest_position - position_)
         return fail(storage_error(EFBIG));
-    const std::uint64_t end = position_ + data.size();
+    if (data.empty())
+        return {};
+    const std::uint64_t start = position_;
+    const std::uint64_t end = start + data.size();
     const std::uint64_t growth = end > size_ ? end - size_ : 0;
     if (!state_->quota.claim(growth))
         return fail({Storage_Failure::no_space});
@@ -149,7 +152,8 @@ Storage_Result Local_Storage_Tree::Local_Upload::write(std::string_view data)
     state_->uploads.count_version(entry);
     const int reason = write_all(data);
     state_->uploads.count_version(entry);
-    const std::uint64_t grown = position_ > size_ ? position_ - size_ : 0;
+    // Where no byte was written, no hole in front of it came into being either.
+    const std::uint64_t grown = position_ > start && position_ > size_ ? position_ - size_ : 0;
     size_ += grown;
     state_->quota.release(growth - grown);
     if (reason != 0)
@@ -239,32 +243,40 @@ Storage_Result Local_Storage_Tree::upload(std::string_view path, Upload_Kind kin
     if (offset > largest_position)
         return storage_error(EFBIG);
     std::unique_ptr<Local_Upload> begun;
-    if (kind == Upload_Kind::replace) {
-        const Storage_Result replaced = replace_file(target, options, begun);
-        if (replaced)
-            upload = std::move(begun);
-        return replaced;
-    }
-    // Again when the file lost its name between its opening and its joining the table.
+    // Again when the file or its directory was removed meanwhile, as if that had come before.
     constexpr int attempts = 100;
-    for (int i = 0; begun == nullptr || !begun->has_name(); ++i) {
-        if (i == attempts)
-            return storage_error(ESTALE);
-        const Storage_Result opened =
-            kind == Upload_Kind::create
-                ? create_file(target, options, begun)
-                : open_existing(target, kind == Upload_Kind::within, options, begun);
-        if (!opened)
-            return opened;
-        if (const Storage_Result joined = begun->join(); !joined)
-            return joined;
+    Storage_Result result{Storage_Failure::not_found};
+    for (int i = 0; i < attempts && result.failure == Storage_Failure::not_found; ++i) {
+        begun.reset();
+        result = begin_upload(target, kind, options, begun);
+        if (kind == Upload_Kind::cut)
+            break;
     }
+    if (!result)
+        return result;
     if (kind == Upload_Kind::cut)
         if (const Storage_Result done = begun->cut(offset); !done)
             return done;
     begun->start_at(offset);
     upload = std::move(begun);
     return {};
+}
+
+Storage_Result Local_Storage_Tree::begin_upload(const Storage_Path& path, Upload_Kind kind,
+                                                const Upload_Options& options,
+                                                std::unique_ptr<Local_Upload>& upload)
+{
+    switch (kind) {
+    case Upload_Kind::create:
+        return create_file(path, options, upload);
+    case Upload_Kind::replace:
+        return replace_file(path, options, upload);
+    case Upload_Kind::within:
+        return open_existing(path, true, options, upload);
+    case Upload_Kind::cut:
+        return open_existing(path, false, options, upload);
+    }
+    return storage_error(EINVAL);
 }
 
 Storage_Result Local_Storage_Tree::create_file(const Storage_Path& path,
@@ -275,15 +287,17 @@ Storage_Result Local_Storage_Tree::create_file(const Storage_Path& path,
     if (const auto made = make_parent(path, options.creation_mask, parent); !made)
         return made;
     const mode_t mode = new_file_mode & ~options.creation_mask;
+    std::unique_lock naming(state_->name_lock(parent.get(), path.name()));
     File_Handle file(
         openat(parent.get(), path.name(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    naming.unlock();
     struct stat info;
     if (!file || fstat(file.get(), &info) != 0)
         return last_storage_error();
     set_mode(file.get(), info.st_mode, mode);
     upload = std::make_unique<Local_Upload>(state_, options, std::move(file));
     upload->has_new_name(std::move(parent));
-    return {};
+    return upload->join();
 }
 
 Storage_Result Local_Storage_Tree::replace_file(const Storage_Path& path,
@@ -315,7 +329,6 @@ Storage_Result Local_Storage_Tree::replace_file(const Storage_Path& path,
     // Before others can see the file and upload into it.
     if (const Storage_Result joined = upload->join(); !joined)
         return joined;
-    upload->start_at(0);
     if (const auto placed =
             place(parent.get(), temporary.name().c_str(), parent.get(), path.name(), true);
         !placed)
@@ -336,12 +349,16 @@ Storage_Result Local_Storage_Tree::open_existing(const Storage_Path& path, bool 
     if (!found && !is_new)
         return found;
     File_Handle parent;
-    if (is_new)
+    std::unique_lock<std::mutex> naming;
+    if (is_new) {
         if (const auto made = make_parent(path, options.creation_mask, parent); !made)
             return made;
+        naming = std::unique_lock(state_->name_lock(parent.get(), path.name()));
+    }
     const mode_t mode = new_file_mode & ~options.creation_mask;
     File_Handle file =
         root_->open(path.text(), is_new ? O_WRONLY | O_CREAT : O_WRONLY, is_new ? mode : 0);
+    naming = {};
     if (!file || fstat(file.get(), &info) != 0)
         return last_storage_error();
     if (is_new)
@@ -349,5 +366,5 @@ Storage_Result Local_Storage_Tree::open_existing(const Storage_Path& path, bool 
     upload = std::make_unique<Local_Upload>(state_, options, std::move(file));
     if (is_new)
         upload->has_new_name(std::move(parent));
-    return {};
+    return upload->join();
 }

@@ -17,8 +17,9 @@ protected:
     }
 };
 
-constexpr const char* all_commands[] = {"put", "get", "cat", "ls",    "tree",     "stat",  "du",
-                                        "cp",  "mv",  "rm",  "mkdir", "truncate", "verify"};
+constexpr const char* all_commands[] = {"put",   "get",      "cat",    "ls",   "tree",
+                                        "stat",  "du",       "cp",     "mv",   "rm",
+                                        "mkdir", "truncate", "verify", "serve"};
 
 TEST_F(Usage, HelpOfEveryCommandHasAnExample)
 {

@@ -116,9 +116,9 @@ TEST_P(Lifecycle, PathsCanBeWorkedOnWhileAFileIsOpenExceptBeneathTheFacade)
             EXPECT_EQ(io_->error(), "A file is already open") << what;
         }
     };
-    check("get_dir", io_->get_dir("", entries));
+    check("get_dir", get_dir("", entries));
     check("make_dir", io_->make_dir("d", 0750));
-    check("truncate", io_->truncate("other", 3));
+    check("truncate", truncate("other", 3));
     check("copy", io_->copy("other", "copy", false));
     check("rename", io_->rename("other", "renamed", false));
     check("remove", io_->remove(refused ? "other" : "renamed"));
@@ -188,6 +188,8 @@ TEST_P(Lifecycle, DisconnectWhileAFileIsOpenEndsItUnlessDeclared)
     if (io_->is_open()) {
         EXPECT_TRUE(io_->close()) << io_->error();
     }
+    if (deviates(Deviation::disconnect_leaves_bytes_on_their_way))
+        return;
     if (!deviates(Deviation::disconnect_breaks_open_file)) {
         EXPECT_EQ(stored("a"), "written before");
         return;

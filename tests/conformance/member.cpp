@@ -1,7 +1,10 @@
 #include "tests/conformance/member.h"
 
+#include "tests/support/this_system.h"
+
 #include <ace/Log_Priority.h>
 #include <algorithm>
+#include <cerrno>
 
 std::ostream& operator<<(std::ostream& out, const Member& member)
 {
@@ -50,6 +53,10 @@ void Conformance::TearDown()
 void Conformance::store(const std::string& path, const std::string& data)
 {
     const auto io = target_->connect();
+    const std::size_t slash = path.rfind('/');
+    if (deviates(Deviation::makes_no_parents) && slash != std::string::npos) {
+        ASSERT_TRUE(io->make_dir(path.substr(0, slash).c_str(), 0750)) << io->error();
+    }
     ASSERT_TRUE(
         io->open(path.c_str(), Client_IO_Base::mode_write | Client_IO_Base::mode_overwrite, 0, 0))
         << io->error();
@@ -76,7 +83,8 @@ std::uint64_t Conformance::stored_size(const std::string& path)
 std::string Conformance::stored_below(const std::string& path)
 {
     const auto io = target_->connect_below();
-    return io->open(path.c_str(), Client_IO_Base::mode_read, 0, 65536) ? read_rest(*io)
+    const std::uint64_t limit = io->size(path.c_str()) == 0 ? 0 : 65536;
+    return io->open(path.c_str(), Client_IO_Base::mode_read, 0, limit) ? read_rest(*io)
                                                                        : "(missing)";
 }
 
@@ -105,6 +113,43 @@ std::string Conformance::read_rest(Client_IO_Base& io, std::size_t block)
         EXPECT_LE(static_cast<std::size_t>(n), block);
         data.append(buffer, 0, static_cast<std::size_t>(n));
     }
+}
+
+void Conformance::expect_write_refused(const char* path, unsigned mode)
+{
+    if (io_->open(path, mode, 0, 0)) {
+        EXPECT_TRUE(deviates(Deviation::refusals_show_at_close)) << path << ' ' << mode;
+        EXPECT_FALSE(io_->close()) << path << ' ' << mode;
+    }
+    EXPECT_FALSE(io_->error().empty());
+    EXPECT_FALSE(io_->is_open());
+}
+
+int Conformance::number_shown(int number) const
+{
+    constexpr int not_empty = 41;
+    constexpr int protocol_error = 121;
+    if (!deviates(Deviation::numbers_of_statuses))
+        return number;
+    if (number == this_system::errors.below_a_file)
+        return EEXIST; // a conflict, as when something is there already
+    return number == this_system::errors.directory_not_empty ? not_empty : protocol_error;
+}
+
+std::string Conformance::name_shown(const std::string& name) const
+{
+    if (!deviates(Deviation::names_are_listed_as_utf8))
+        return name;
+    // What is in no character of UTF-8 is shown as U+F700 and the byte.
+    std::string shown;
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0xF8)
+            shown += c;
+        else
+            shown += {'\xEF', '\x9F', static_cast<char>(0x80U | (byte & 0x3FU))};
+    }
+    return shown;
 }
 
 std::string Conformance::read_as_far_as_possible(const std::string& path, bool* failed)
@@ -137,7 +182,7 @@ std::string Conformance::read_damaged(const std::string& path)
 std::vector<std::string> Conformance::names(const std::string& path, Client_IO_Base& io)
 {
     std::vector<Client_IO_Base::Directory_Entry> entries;
-    EXPECT_TRUE(io.get_dir(path.c_str(), entries)) << io.error();
+    EXPECT_TRUE(get_dir(path, entries, io)) << io.error();
     std::vector<std::string> result;
     for (const auto& entry : entries)
         result.push_back(entry.name + (entry.is_dir ? "/" : ""));
@@ -145,8 +190,31 @@ std::vector<std::string> Conformance::names(const std::string& path, Client_IO_B
     return result;
 }
 
+bool Conformance::get_dir(const std::string& path,
+                          std::vector<Client_IO_Base::Directory_Entry>& entries, Client_IO_Base& io)
+{
+    if (!deviates(Deviation::lists_nothing))
+        return io.get_dir(path.c_str(), entries);
+    EXPECT_FALSE(io.get_dir(path.c_str(), entries));
+    EXPECT_EQ(io.error(), GetParam().unsupported);
+    return target_->connect_below()->get_dir(path.c_str(), entries);
+}
+
+bool Conformance::truncate(const std::string& path, std::uint64_t size)
+{
+    if (!deviates(Deviation::truncates_nothing))
+        return io_->truncate(path.c_str(), size);
+    EXPECT_FALSE(io_->truncate(path.c_str(), size));
+    EXPECT_EQ(io_->error(), GetParam().unsupported);
+    return target_->connect_below()->truncate(path.c_str(), size);
+}
+
 bool Conformance::refuses_to_write_within(const char* path, unsigned mode, std::uint64_t offset)
 {
+    if (deviates(Deviation::whole_files_only)) {
+        expect_refused_open(path, mode, offset, GetParam().unsupported);
+        return true;
+    }
     if (!deviates(Deviation::one_stream))
         return false;
     const bool random = (mode & Client_IO_Base::mode_access) == Client_IO_Base::mode_random_write;
@@ -160,6 +228,10 @@ bool Conformance::refuses_to_write_within(const char* path, unsigned mode, std::
 
 bool Conformance::refuses_to_append(const char* path)
 {
+    if (deviates(Deviation::whole_files_only)) {
+        expect_refused_open(path, Client_IO_Base::mode_append, 0, GetParam().unsupported);
+        return true;
+    }
     if (!deviates(Deviation::no_append_to_contents))
         return false;
     expect_refused_open(path, Client_IO_Base::mode_append, 0, "Invalid offset");

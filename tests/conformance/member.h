@@ -44,6 +44,32 @@ enum class Deviation
     no_append_to_contents,
     /// disconnect() loses the end of an open file's stream, and with it the file.
     disconnect_breaks_open_file,
+    /// What was written before disconnect() may still be on its way afterwards.
+    disconnect_leaves_bytes_on_their_way,
+    /// Opening for writing does not wait for the target's answer: what the target refuses fails at
+    /// the latest when it is closed.
+    refusals_show_at_close,
+    /// An access kind that does not exist is taken for writing.
+    unknown_modes_write,
+    /// Opening for reading at the end of the file or behind it fails.
+    reading_starts_within_the_file,
+    /// A name that is not UTF-8 is listed in another form, by which it can be reached as well.
+    names_are_listed_as_utf8,
+    /// Files are only written from their start and as a whole: append to what holds something,
+    /// random writing, writing from an offset and seeks in writing are refused.
+    whole_files_only,
+    /// Directories cannot be listed.
+    lists_nothing,
+    truncates_nothing,
+    /// Only files are removed.
+    removes_no_directories,
+    /// Directories are not copied or renamed.
+    moves_files_only,
+    /// The directories on the way to a file are not made.
+    makes_no_parents,
+    /// Failures have the numbers of an HTTP status: 17 for a file in place of a directory, 41 for a
+    /// directory that is not empty, 121 for what has none.
+    numbers_of_statuses,
 };
 
 using Fault_Counts = std::map<Fault_Operation, std::uint64_t>;
@@ -75,6 +101,8 @@ struct Member
     bool is_faulty = false;
     std::string reading_refused; ///< text of a read from a file that is open for writing
     std::string writing_refused; ///< text of a write to a file that is open for reading
+    /// Text of what whole_files_only and the like refuse.
+    std::string unsupported{};
 };
 
 std::ostream& operator<<(std::ostream& out, const Member& member);
@@ -123,13 +151,28 @@ protected:
     /// Reads the open file to its end, @p block bytes at a time; fails the test on a failed read.
     std::string read_rest(std::size_t block = 4096) { return read_rest(*io_, block); }
     static std::string read_rest(Client_IO_Base& io, std::size_t block = 4096);
+    /// Writes to a path that the target refuses, which shows in the open or, at the latest, in the
+    /// close.
+    void expect_write_refused(const char* path, unsigned mode);
+    /// The number that a failure has to show. @param number  the system's
+    int number_shown(int number) const;
+    /// The form in which a listing has to show the name.
+    std::string name_shown(const std::string& name) const;
     /// Opens and reads a file up to its end or a failure, which has to leave a text.
     std::string read_as_far_as_possible(const std::string& path, bool* failed = nullptr);
     /// Reads a file that must turn out to be damaged before its end.
     std::string read_damaged(const std::string& path);
     /// Names in a directory, sorted, directories with a `/` behind.
     std::vector<std::string> names(const std::string& path) { return names(path, *io_); }
-    static std::vector<std::string> names(const std::string& path, Client_IO_Base& io);
+    std::vector<std::string> names(const std::string& path, Client_IO_Base& io);
+
+    // The operations of the interface; where the member refuses them, and says so, they are carried
+    // out beneath it.
+    bool get_dir(const std::string& path, std::vector<Client_IO_Base::Directory_Entry>& entries)
+    {
+        return get_dir(path, entries, *io_);
+    }
+    bool truncate(const std::string& path, std::uint64_t size);
 
     /// Whether the member refuses to open a file so that the stream would not begin at its start;
     /// if it does, it has to say why, and nothing may be open or changed.
@@ -145,6 +188,8 @@ protected:
     std::unique_ptr<Client_IO_Base> io_;
 
 private:
+    bool get_dir(const std::string& path, std::vector<Client_IO_Base::Directory_Entry>& entries,
+                 Client_IO_Base& io);
     void expect_refused_open(const char* path, unsigned mode, std::uint64_t offset,
                              const std::string& text);
 

@@ -150,14 +150,45 @@ const Deviations of_stream_ciphers = {
     Deviation::no_append_to_contents,
 };
 
+/// Without a connection nothing is open, whatever the last file was.
+const Deviations of_http = {
+    Deviation::closing_nothing_succeeds,
+    Deviation::size_without_file_is_known,
+    Deviation::seek_length_limits_reading,
+    Deviation::disconnect_leaves_bytes_on_their_way,
+    Deviation::refusals_show_at_close,
+    Deviation::unknown_modes_write,
+    Deviation::reading_starts_within_the_file,
+    Deviation::names_are_listed_as_utf8,
+    Deviation::numbers_of_statuses,
+};
+
 Deviations both(Deviations one, const Deviations& other)
 {
     one.insert(other.begin(), other.end());
     // Such a file can still be closed, and then its stream is whole.
     if (one.contains(Deviation::disconnect_leaves_file_open))
         one.erase(Deviation::disconnect_breaks_open_file);
+    // An offset then counts in what the stream holds, which is read from its start.
+    if (one.contains(Deviation::one_stream))
+        one.erase(Deviation::reading_starts_within_the_file);
     return one;
 }
+
+Deviations deviations_of_dav()
+{
+    Deviations result = both(of_http, {
+                                          Deviation::whole_files_only,
+                                          Deviation::lists_nothing,
+                                          Deviation::truncates_nothing,
+                                          Deviation::removes_no_directories,
+                                          Deviation::moves_files_only,
+                                      });
+    result.erase(Deviation::names_are_listed_as_utf8);
+    return result;
+}
+
+const Deviations of_dav = deviations_of_dav();
 
 const Deviations of_block_ciphers = both(of_compression, of_stream_ciphers);
 const Deviations of_full_stack = both(of_block_ciphers, of_resumption);
@@ -167,7 +198,8 @@ Deviations beneath_facade(Deviations deviations)
 {
     for (const Deviation absent :
          {Deviation::closing_nothing_succeeds, Deviation::size_without_file_is_known,
-          Deviation::disconnect_leaves_file_open, Deviation::disconnect_breaks_open_file})
+          Deviation::disconnect_leaves_file_open, Deviation::disconnect_breaks_open_file,
+          Deviation::disconnect_leaves_bytes_on_their_way})
         deviations.erase(absent);
     return deviations;
 }
@@ -197,6 +229,13 @@ Member facade_member(const std::string& name, const Make_Target& make_target,
             faulty,
             "Operation not permitted in write mode",
             "Operation not permitted in read mode"};
+}
+
+Member dav_member(const std::string& name, const std::string& program, const Deviations& deviations)
+{
+    Member member = layer_member(name, dav_target(program), deviations);
+    member.unsupported = "Not supported by the dialect webdav";
+    return member;
 }
 
 /// Layers that are put over every kind of storage.
@@ -255,6 +294,19 @@ std::vector<Member> make_members()
                       faulty_memory_target({bare, with_retries(), true}),
                       both(of_memory, of_resumption), true),
     };
+    if (storage_server_runs_here) {
+        result.push_back(dav_member("Nginx", "nginx", of_dav));
+        result.push_back(
+            dav_member("Apache", "apache", both(of_dav, {Deviation::makes_no_parents})));
+        result.push_back(layer_member("HTTP", http_target({bare, {}}), of_http));
+        result.push_back(
+            facade_member("HTTPURI", http_uri_target({}), both(of_http, of_resumption)));
+        result.push_back(
+            facade_member("HTTPURIWithoutRetries", http_uri_target(without_retries()), of_http));
+        for (const auto& [name, options] : full_stacks())
+            result.push_back(facade_member("HTTPURI" + name, http_uri_target(options),
+                                           both(of_http, of_full_stack)));
+    }
     for (const Layers& above : layers()) {
         const Stack stack = {above.wrap, with_retries()};
         result.push_back(layer_member("Memory" + above.name, memory_target(stack),

@@ -16,18 +16,18 @@ protected:
     {
         const std::string plain = "0123456789";
         const std::uint64_t whole = size_shown("a", plain.size());
-        EXPECT_TRUE(io_->truncate("a", whole)) << io_->error();
+        EXPECT_TRUE(truncate("a", whole)) << io_->error();
         EXPECT_EQ(stored("a"), plain);
-        EXPECT_TRUE(io_->truncate("a", whole + 5)) << io_->error();
+        EXPECT_TRUE(truncate("a", whole + 5)) << io_->error();
         EXPECT_EQ(stored_size("a"), whole + 5);
         bool failed = false;
         const std::string with_more = read_as_far_as_possible("a", &failed);
         EXPECT_TRUE(failed ? plain.starts_with(with_more) : with_more.starts_with(plain));
-        EXPECT_TRUE(io_->truncate("a", whole - 1)) << io_->error();
+        EXPECT_TRUE(truncate("a", whole - 1)) << io_->error();
         EXPECT_EQ(stored_size("a"), whole - 1);
         const bool noticed = deviates(Deviation::stored_size_differs);
         EXPECT_TRUE(noticed ? plain.starts_with(read_damaged("a")) : stored("a") == "012345678");
-        EXPECT_TRUE(io_->truncate("a", 0)) << io_->error();
+        EXPECT_TRUE(truncate("a", 0)) << io_->error();
         EXPECT_EQ(stored_size("a"), 0U);
         EXPECT_EQ(noticed ? read_damaged("a") : stored("a"), "");
     }
@@ -51,7 +51,7 @@ TEST_P(Metadata, ListingGivesNamesKindsAndSizesWithoutPaths)
     store("d/empty", "");
     ASSERT_TRUE(io_->make_dir("d/sub/below", 0750));
     std::vector<Client_IO_Base::Directory_Entry> entries;
-    ASSERT_TRUE(io_->get_dir("d", entries)) << io_->error();
+    ASSERT_TRUE(get_dir("d", entries)) << io_->error();
     std::sort(entries.begin(), entries.end(),
               [](const auto& a, const auto& b) { return a.name < b.name; });
     ASSERT_EQ(entries.size(), 3U);
@@ -70,7 +70,7 @@ TEST_P(Metadata, ListingAppendsToTheEntriesOfTheCaller)
     store("file", "1");
     std::vector<Client_IO_Base::Directory_Entry> entries(1);
     entries[0].name = "the caller's";
-    ASSERT_TRUE(io_->get_dir("", entries));
+    ASSERT_TRUE(get_dir("", entries));
     ASSERT_EQ(entries.size(), 2U);
     EXPECT_EQ(entries[0].name, "the caller's");
     EXPECT_EQ(entries[1].name, "file");
@@ -86,12 +86,15 @@ TEST_P(Metadata, ListingAMissingDirectoryOrAFileFailsWithAText)
 {
     store("file", "1");
     std::vector<Client_IO_Base::Directory_Entry> entries;
-    EXPECT_FALSE(io_->get_dir("missing", entries));
-    EXPECT_EQ(io_->errnum(), os_error::no_such_directory);
+    EXPECT_FALSE(get_dir("missing", entries));
+    const int missing = io_->errnum();
     EXPECT_FALSE(io_->error().empty());
-    EXPECT_FALSE(io_->get_dir("file", entries));
-    EXPECT_EQ(io_->errnum(), os_error::not_a_directory);
+    EXPECT_FALSE(get_dir("file", entries));
     EXPECT_TRUE(entries.empty());
+    if (!deviates(Deviation::lists_nothing)) {
+        EXPECT_EQ(missing, os_error::no_such_directory);
+        EXPECT_EQ(io_->errnum(), os_error::not_a_directory);
+    }
 }
 
 TEST_P(Metadata, ListingManyEntriesLosesNone)
@@ -132,18 +135,20 @@ TEST_P(Metadata, TruncateShortensAndLengthens)
         expect_truncate_to_work_on_the_stream();
         return;
     }
-    EXPECT_TRUE(io_->truncate("a", 4)) << io_->error();
+    EXPECT_TRUE(truncate("a", 4)) << io_->error();
     EXPECT_EQ(stored("a"), "0123");
-    EXPECT_TRUE(io_->truncate("a", 6)) << io_->error();
+    EXPECT_TRUE(truncate("a", 6)) << io_->error();
     EXPECT_EQ(stored("a"), std::string("0123\0\0", 6));
-    EXPECT_TRUE(io_->truncate("a", 0)) << io_->error();
+    EXPECT_TRUE(truncate("a", 0)) << io_->error();
     EXPECT_EQ(stored_size("a"), 0U);
 }
 
 TEST_P(Metadata, TruncateOfAMissingFileFailsAndCreatesNothing)
 {
-    EXPECT_FALSE(io_->truncate("missing", 4));
-    EXPECT_EQ(io_->errnum(), os_error::no_such_file);
+    EXPECT_FALSE(truncate("missing", 4));
+    if (!deviates(Deviation::truncates_nothing)) {
+        EXPECT_EQ(io_->errnum(), os_error::no_such_file);
+    }
     EXPECT_FALSE(io_->error().empty());
     EXPECT_TRUE(names("").empty());
 }
@@ -151,8 +156,10 @@ TEST_P(Metadata, TruncateOfAMissingFileFailsAndCreatesNothing)
 TEST_P(Metadata, TruncateOfADirectoryFails)
 {
     ASSERT_TRUE(io_->make_dir("d", 0750));
-    EXPECT_FALSE(io_->truncate("d", 0));
-    EXPECT_EQ(io_->errnum(), this_system::errors.open_directory);
+    EXPECT_FALSE(truncate("d", 0));
+    if (!deviates(Deviation::truncates_nothing)) {
+        EXPECT_EQ(io_->errnum(), number_shown(this_system::errors.open_directory));
+    }
 }
 
 TEST_P(Metadata, RemoveTakesAwayAFileAndNothingElse)
@@ -172,6 +179,11 @@ TEST_P(Metadata, RemovingAMissingPathSucceeds)
 TEST_P(Metadata, RemovingAnEmptyDirectorySucceeds)
 {
     ASSERT_TRUE(io_->make_dir("d", 0750));
+    if (deviates(Deviation::removes_no_directories)) {
+        EXPECT_FALSE(io_->remove("d"));
+        EXPECT_EQ(names(""), std::vector<std::string>{"d/"});
+        return;
+    }
     EXPECT_TRUE(io_->remove("d")) << io_->error();
     EXPECT_TRUE(names("").empty());
 }
@@ -181,7 +193,9 @@ TEST_P(Metadata, RemovingANonEmptyDirectoryFailsAndLosesNothing)
     store("d/file", "kept");
     store("d/sub/file", "kept too");
     EXPECT_FALSE(io_->remove("d"));
-    EXPECT_EQ(io_->errnum(), this_system::errors.directory_not_empty);
+    if (!deviates(Deviation::removes_no_directories)) {
+        EXPECT_EQ(io_->errnum(), number_shown(this_system::errors.directory_not_empty));
+    }
     EXPECT_FALSE(io_->error().empty());
     EXPECT_EQ(stored("d/file"), "kept");
     EXPECT_EQ(stored("d/sub/file"), "kept too");
@@ -240,6 +254,12 @@ TEST_P(Metadata, RenameMovesFilesBetweenDirectories)
 TEST_P(Metadata, RenameMovesADirectoryWithItsContents)
 {
     store("d/sub/file", "contents");
+    if (deviates(Deviation::moves_files_only)) {
+        EXPECT_FALSE(io_->rename("d", "e", false));
+        EXPECT_EQ(stored("d/sub/file"), "contents");
+        EXPECT_EQ(names(""), std::vector<std::string>{"d/"});
+        return;
+    }
     EXPECT_TRUE(io_->rename("d", "e", false)) << io_->error();
     EXPECT_EQ(stored("e/sub/file"), "contents");
     EXPECT_EQ(names(""), std::vector<std::string>{"e/"});

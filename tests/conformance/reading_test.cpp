@@ -97,6 +97,12 @@ TEST_P(Reading, FromTheEndOrBehindItFindsNothing)
         char byte = 'x';
         const void* block = nullptr;
         std::uint64_t size = 0;
+        if (deviates(Deviation::reading_starts_within_the_file)) {
+            EXPECT_FALSE(io_->open("a", Client_IO_Base::mode_read, offset, 0)) << offset;
+            EXPECT_EQ(io_->error(), "Invalid offset") << offset;
+            EXPECT_FALSE(io_->is_open()) << offset;
+            continue;
+        }
         ASSERT_TRUE(open("a", offset));
         if (offset > 10 && deviates(Deviation::one_stream)) {
             EXPECT_EQ(io_->read(&byte, 1), -1) << offset;

@@ -1,53 +1,14 @@
 #include "tests/conformance/targets.h"
 
 #include "client_io/file_io.h"
+#include "tests/conformance/backend_target.h"
 #include "tests/support/memory_io.h"
-#include "tests/support/open_facade.h"
 #include "tests/support/temp_directory.h"
 
 #include <utility>
 
 namespace
 {
-
-using Layer = Stack::Layer;
-
-/// A place that a function turns into an unconnected backend.
-class Backend_Target : public Target
-{
-public:
-    explicit Backend_Target(Stack stack) : stack_(std::move(stack)) {}
-
-    Layer connect() override
-    {
-        Layer layer = stack_.wrap(backend());
-        if (stack_.beneath_facade) {
-            auto facade = std::make_unique<Open_Facade>();
-            EXPECT_TRUE(facade->connect_stack(std::move(layer), Client_IO::PROTOCOL_FILE, uri(),
-                                              stack_.options, stack_.options))
-                << facade->error();
-            return facade;
-        }
-        EXPECT_TRUE(layer->connect(uri(), stack_.options)) << layer->error();
-        return layer;
-    }
-
-    Layer connect_below() override
-    {
-        Layer layer = storage();
-        EXPECT_TRUE(layer->connect(uri(), {})) << layer->error();
-        return layer;
-    }
-
-protected:
-    /// What the stack stands on.
-    virtual Layer backend() { return storage(); }
-    virtual Layer storage() = 0;
-    virtual URI uri() const = 0;
-
-private:
-    Stack stack_;
-};
 
 class Memory_Target : public Backend_Target
 {
@@ -57,7 +18,7 @@ public:
     std::vector<std::string> violations() const override { return *violations_; }
 
 protected:
-    Layer storage() override { return std::make_unique<Memory_IO>(files_, violations_); }
+    Stack::Layer storage() override { return std::make_unique<Memory_IO>(files_, violations_); }
     URI uri() const override { return {}; }
 
     const std::shared_ptr<Memory_File_System> files_ = std::make_shared<Memory_File_System>();
@@ -75,7 +36,7 @@ public:
     Fault_Counts faults() const override { return *counts_; }
 
 protected:
-    Layer backend() override
+    Stack::Layer backend() override
     {
         // Enough that nearly every test meets some, and every connection others than the last.
         Fault_Plan plan = random_faults({.seed = seed_ + connections_++, .probability = 0.25});
@@ -102,7 +63,7 @@ public:
     using Backend_Target::Backend_Target;
 
 protected:
-    Layer storage() override { return std::make_unique<File_IO>(); }
+    Stack::Layer storage() override { return std::make_unique<File_IO>(); }
     URI uri() const override
     {
         URI uri;
@@ -122,7 +83,7 @@ public:
         : File_Target(Stack()), options_(options)
     {}
 
-    Layer connect() override
+    Stack::Layer connect() override
     {
         auto facade = std::make_unique<Client_IO>();
         EXPECT_TRUE(facade->connect(("file://" + uri().path(true)).c_str(), options_))

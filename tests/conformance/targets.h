@@ -27,3 +27,13 @@ Make_Target faulty_memory_target(const Stack& stack);
 Make_Target file_target(const Stack& stack);
 /// In a directory, as applications connect to one: by its URI.
 Make_Target file_uri_target(const Client_IO_Base::Options& options);
+
+/// Whether our storage server runs on this system; without it there are no targets behind it.
+extern const bool storage_server_runs_here;
+/// In a directory of our storage server.
+Make_Target http_target(const Stack& stack);
+/// The same, as applications connect to one: by its URI.
+Make_Target http_uri_target(const Client_IO_Base::Options& options);
+/// In a directory of a WebDAV server that others wrote.
+/// @param program  "nginx" or "apache"
+Make_Target dav_target(const std::string& program);

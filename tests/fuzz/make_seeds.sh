@@ -52,7 +52,7 @@ for kind in empty text zeros mixed; do
             -iv 6e6f7220697320746869730000000000 | seed "$kind"
         plain "$kind" | seed "$kind-plain"
         ;;
-    options)
+    options | request | response | users)
         break
         ;;
     *)
@@ -77,5 +77,39 @@ options)
 END
     echo '{"rate_control":[1,{"start_time":"x"}],"node_addrs":{},"extra_opts":[]}' >wrong-types
     echo '{"encryption":"aes-128-ctr","key":"!","iv":null}' >bad-key
+    ;;
+request)
+    printf '%s\r\n' 'PUT /a%20b//%C3%A9/../c HTTP/1.1' 'Host: h' 'Content-Length: 5' \
+        'Content-Range: bytes 2-6/10' 'Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT' \
+        'X-Mode-Creation-Mask: 63' 'Expect: 100-continue' '' >put
+    printf '%s\r\n' 'POST http://h:80/f HTTP/1.1' 'Host: h' 'Transfer-Encoding: chunked' \
+        'Content-Range: bytes 2--1/*' 'Last-Modified: 2024-02-29T12:34:56Z' '' >post
+    printf '%s\r\n' 'GET /f HTTP/1.0' 'Range: bytes=-5' 'If-Match: W/"a", "b,c"' '' >download
+    printf '%s\r\n' 'GET /f HTTP/1.1' 'Host: h' 'Content-Length: 1' 'Transfer-Encoding: chunked' \
+        ' folded' '' >smuggled
+    printf 'bytes=0-9223372036854775807' >range
+    printf 'bytes 5-9/*' >content-range
+    printf '/.%%2e/%%2f%%00' >target
+    ;;
+response)
+    head='HTTP/1.1 200 OK\r\nETag: "x"\r\n'
+    printf '%bContent-Length: 5\r\n\r\nhello' "$head" | seed length
+    printf '%b\r\nhello' "$head" | seed until-close
+    printf '%bTransfer-Encoding: chunked\r\n\r\n%b%b' "$head" \
+        '5;a=b\r\nhello\r\n00C \r\n0\r\n\r\nabcdefg\r\n' \
+        '0\r\nTrailer: x\r\n\r\nHTTP/1.1 200 OK\r\n' | seed chunked
+    printf '%b\r\n%bContent-Length: 0\r\nConnection: close\r\n\r\n' \
+        'HTTP/1.1 100 Continue\r\n' "$head" | seed interim
+    printf '%bContent-Length: 5\r\nTransfer-Encoding: chunked\r\nA : b\r\n c\r\n\r\n' "$head" |
+        seed smuggled
+    ;;
+users)
+    digest=$(printf secret | sha256sum | cut -d ' ' -f 1)
+    {
+        echo '# a comment'
+        echo "robot sha256:$digest root=a%20b%23/c read-only # more"
+        echo 'alice scrypt:10:1:1:U29kaXVtQ2hsb3JpZGU=:cCO9yzr9c0hGHAbNgf046/2o+7qQT44+qbVD9lRdofI='
+    } >both
+    echo 'a:b scrypt:63:0:99:::' >wrong
     ;;
 esac

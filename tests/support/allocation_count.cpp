@@ -10,6 +10,7 @@ namespace
 
 std::atomic<std::size_t> all_allocations{0};
 std::atomic<std::size_t> all_bytes{0};
+std::atomic<std::size_t> all_releases{0};
 std::atomic<std::size_t> fail_from{SIZE_MAX};
 
 /// @return NULL when there is no memory, or may be none
@@ -28,6 +29,12 @@ void* allocate_or_throw(std::size_t size)
     if (memory == nullptr)
         throw std::bad_alloc();
     return memory;
+}
+
+void release(void* memory) noexcept
+{
+    all_releases += memory != nullptr ? 1 : 0;
+    std::free(memory);
 }
 
 } // namespace
@@ -57,36 +64,36 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
 
 void operator delete(void* memory) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete[](void* memory) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete[](void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete(void* memory, const std::nothrow_t&) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete[](void* memory, const std::nothrow_t&) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 Allocation_Count::Allocation_Count()
-    : allocations_before_{all_allocations}, bytes_before_{all_bytes}
+    : allocations_before_{all_allocations}, bytes_before_{all_bytes}, releases_before_{all_releases}
 {}
 
 std::size_t Allocation_Count::allocations() const
@@ -97,6 +104,13 @@ std::size_t Allocation_Count::allocations() const
 std::size_t Allocation_Count::bytes() const
 {
     return all_bytes - bytes_before_;
+}
+
+std::size_t Allocation_Count::unreleased() const
+{
+    const std::size_t releases = all_releases - releases_before_;
+    const std::size_t made = allocations();
+    return made > releases ? made - releases : 0;
 }
 
 Allocation_Failure::Allocation_Failure(std::size_t allowed)

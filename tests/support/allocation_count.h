@@ -12,10 +12,13 @@ public:
     [[nodiscard]] std::size_t allocations() const;
     /// All bytes that were asked for, released or not.
     [[nodiscard]] std::size_t bytes() const;
+    /// How many more allocations there were than releases.
+    [[nodiscard]] std::size_t unreleased() const;
 
 private:
     std::size_t allocations_before_;
     std::size_t bytes_before_;
+    std::size_t releases_before_;
 };
 
 /// While it lives, every allocation of the program after the first @p allowed ones fails.
