@@ -41,19 +41,22 @@ class Program:
 
 
 class Target:
-    """What cio shall reach in one measure of a case (an attribute of Run): at most so many times
-    another program's figure, or at most an absolute one."""
+    """What a program, the first one if none is named, shall reach in one measure of a case (an
+    attribute of Run): at most so many times another's figure, or at most an absolute one."""
 
-    def __init__(self, measure, limit, other=None):
+    def __init__(self, measure, limit, other=None, program=None):
         self.measure = measure
         self.limit = limit
         self.other = other
+        self.program = program
 
     def judge(self, programs):
-        figure = programs[0].median(self.measure)
+        named = {program.name: program for program in programs}
+        figure = named.get(self.program, programs[0]).median(self.measure)
         if self.other is not None:
-            figure /= next(p for p in programs if p.name == self.other).median(self.measure)
+            figure /= named[self.other].median(self.measure)
             text = f"{self.measure} {figure:.2f} x {self.other}, target {self.limit:.2f}"
+            text = f"{self.program}: {text}" if self.program else text
         else:
             figure /= MIB
             text = f"{self.measure} {figure:.1f} MiB, target {self.limit} MiB"

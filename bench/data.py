@@ -8,7 +8,7 @@ from comparison import BLOCK, Comparison_Failed
 
 SEED = 20261120
 TREE_DIRECTORIES = 200
-TREE_FILES = 100
+TREE_FILES = 100  # in each of them
 TREE_LARGEST = 16 << 10
 # What a tree takes at most, and on the disk on average.
 TREE_MOST = TREE_DIRECTORIES * TREE_FILES * TREE_LARGEST
@@ -22,9 +22,9 @@ def make_random(path, size):
             file.write(generator.randbytes(BLOCK))
 
 
-def make_tree(path):
+def make_tree(path, directories=TREE_DIRECTORIES):
     generator = random.Random(SEED)
-    for directory in range(TREE_DIRECTORIES):
+    for directory in range(directories):
         folder = os.path.join(path, f"directory-{directory:03}")
         os.mkdir(folder)
         for number in range(TREE_FILES):

@@ -10,7 +10,7 @@ from comparison import Comparison_Failed
 
 NGINX = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "interop",
                      "nginx_dav.sh")
-PATIENCE = 20  # seconds
+PATIENCE = 20  # seconds, to start and to end
 TICKS = os.sysconf("SC_CLK_TCK")
 
 
@@ -23,6 +23,7 @@ class Server:
     def __init__(self, name, directory, command, tls):
         self.name = name
         self.files = os.path.join(directory, "files")
+        self.up = os.path.join(self.files, "up")
         self.output = os.path.join(directory, "printed")
         self.command = command
         self.scheme = "https" if tls else "http"
@@ -155,9 +156,9 @@ class Certificate:
             os.link(path, os.path.join(directory, os.path.basename(path)))
 
 
-def await_value(get, failure):
+def await_value(get, failure, patience=PATIENCE):
     """What get() returns, as soon as that is something."""
-    end = time.monotonic() + PATIENCE
+    end = time.monotonic() + patience
     while time.monotonic() < end:
         value = get()
         if value:

@@ -8,15 +8,15 @@ import re
 import shutil
 import signal
 import subprocess
-import time
 
 from comparison import (MIB, Case, Comparison_Failed, Program, Target, aside, to_file, verdict,
                         warm)
-from data import (TREE_DIRECTORIES, TREE_FILES, TREE_MOST, check_copy, check_lines, make_entries,
-                  make_random, make_tree)
+from data import (TREE_FILES, TREE_MOST, check_copy, check_lines, make_entries, make_random,
+                  make_tree)
 from http_servers import Certificate, Cio_Serve, Nginx, Rclone_Serve, await_value
 
 FEW_ENTRIES = 1000
+PART_OF_TIME = 1 / 1.5  # for 1.5 times the rate
 # What `cio get --resume` compares of the bytes that are there before it goes on.
 COMPARED_AGAIN = MIB
 
@@ -24,12 +24,13 @@ COMPARED_AGAIN = MIB
 class Bench:
     """The folders of these cases, and the clients' command lines for a server.
 
-    A server has what is fetched in `down` and `tree`; what it is sent goes into its `up`."""
+    A server has what is fetched in `down` and `tree`; what it is sent goes into `up`."""
 
-    def __init__(self, runner, cio, size):
+    def __init__(self, runner, cio, size, directories):
         self.runner = runner
         self.cio = cio
         self.size = size
+        self.directories = directories
         self.work = os.path.join(runner.work, "http")
         self.file = os.path.join(self.work, "down", "data.bin")
         self.tree = os.path.join(self.work, "tree")
@@ -38,7 +39,7 @@ class Bench:
         for folder in (os.path.dirname(self.file), self.tree, self.copy):
             os.makedirs(folder)
         aside(make_random, self.file, size)
-        aside(make_tree, self.tree)
+        aside(make_tree, self.tree, directories)
 
     @contextlib.contextmanager
     def servers(self, certificate):
@@ -48,7 +49,7 @@ class Bench:
         for name in ("cio", "nginx", "rclone"):
             folders[name] = os.path.join(self.work, "servers", name)
             files = os.path.join(folders[name], "files")
-            os.makedirs(os.path.join(files, "up"))
+            os.makedirs(os.path.join(files, "up"))  # Server.up
             for data in (os.path.dirname(self.file), self.tree):
                 shutil.copytree(data, os.path.join(files, os.path.basename(data)),
                                 copy_function=os.link)
@@ -57,11 +58,7 @@ class Bench:
                 Nginx(folders["nginx"], certificate) as nginx, \
                 Rclone_Serve(folders["rclone"], certificate) as rclone:
             yield ours, nginx, rclone
-        # Not removed before the end, for the reason told in copy_cases() of bench/compare.
-        os.rename(os.path.join(self.work, "servers"), self.aside_name())
-
-    def aside_name(self):
-        return os.path.join(self.work, f"aside-{time.monotonic_ns()}")
+        shutil.rmtree(os.path.join(self.work, "servers"))
 
     def cio_command(self, server, *arguments):
         dialect = ["-o", "extra_opts.HTTP_DIALECT=webdav"] if server.dialect else []
@@ -78,21 +75,11 @@ class Bench:
         kind = "--webdav-url" if server.dialect else "--http-url"
         return ["rclone", *arguments[:1], *trust, kind, server.uri, *arguments[1:]]
 
-    def clear_copy(self):
-        shutil.rmtree(self.copy)
-        os.mkdir(self.copy)
-        warm(os.path.dirname(self.file))
-
-    def clear_up(self, *servers):
-        for server in servers:
-            shutil.rmtree(os.path.join(server.files, "up"))
-            os.mkdir(os.path.join(server.files, "up"))
-        warm(os.path.dirname(self.file))
-
-    def set_aside(self, *folders):
+    def clear(self, *folders):
         for folder in folders:
-            os.rename(folder, self.aside_name())
+            shutil.rmtree(folder)
             os.mkdir(folder)
+        warm(os.path.dirname(self.file))
         warm(self.tree)
 
     def check_files(self, program, paths, contents):
@@ -101,10 +88,6 @@ class Bench:
                 raise Comparison_Failed(f"{program.name}: another size than the source")
             if contents and not filecmp.cmp(self.file, path, shallow=False):
                 raise Comparison_Failed(f"{program.name}: other contents than the source")
-
-
-def up(server, *names):
-    return [os.path.join(server.files, "up", name) for name in names]
 
 
 def client_cases(bench, server):
@@ -124,7 +107,7 @@ def client_cases(bench, server):
                 ("rclone", bench.rclone_command(server, "copyto", backend + "down/data.bin", copy))]
     yield Case(f"{title} from {server.name}, {server.scheme}",
                [Program(name, command, server) for name, command in programs], targets,
-               5 * bench.size // 4, bench.clear_copy,
+               5 * bench.size // 4, lambda: bench.clear(bench.copy),
                lambda program, thorough: bench.check_files(program, [copy], thorough))
 
     programs = [("cio put", bench.cio_command(server, "put", bench.file, server.uri, "up/data.bin")),
@@ -134,11 +117,11 @@ def client_cases(bench, server):
                                                         ":webdav:up/data.bin")))
     else:  # it would need PROPFIND
         targets = [target for target in targets if target.other != "rclone"]
+    stored = os.path.join(server.up, "data.bin")
     yield Case(f"{title} to {server.name}, {server.scheme}",
                [Program(name, command, server) for name, command in programs], targets,
-               5 * bench.size // 4, lambda: bench.clear_up(server),
-               lambda program, thorough: bench.check_files(program, up(server, "data.bin"),
-                                                           thorough))
+               5 * bench.size // 4, lambda: bench.clear(server.up),
+               lambda program, thorough: bench.check_files(program, [stored], thorough))
 
 
 def server_cases(bench, servers):
@@ -158,56 +141,47 @@ def server_cases(bench, servers):
         return Program(server.name, bench.curl_command(*sent), server)
 
     yield Case(f"servers: {total} to curl, {scheme}", [download(server) for server in servers],
-               [Target("server", 1.2, "nginx")], 5 * count * bench.size // 4, bench.clear_copy,
+               [Target("server", 1.2, "nginx")], 5 * count * bench.size // 4, lambda: bench.clear(bench.copy),
                lambda program, thorough: bench.check_files(program, copies, thorough))
     yield Case(f"servers: {total} from curl, {scheme}", [upload(server) for server in servers],
                [Target("server", 1.0, "nginx")], 5 * count * bench.size // 4,
-               lambda: bench.clear_up(*servers),
+               lambda: bench.clear(*(server.up for server in servers)),
                lambda program, thorough: bench.check_files(
-                   program, up(program.server, *names), thorough))
+                   program, [os.path.join(program.server.up, name) for name in names], thorough))
 
 
 def tree_cases(bench, ours, nginx, rclone):
     """Many small files over four connections."""
-    title = f"a tree of {TREE_DIRECTORIES * TREE_FILES} small files"
+    title = f"a tree of {bench.directories * TREE_FILES} small files"
 
     def cio_put(server):
-        return Program(f"cio to {server.name}",
+        return Program(f"cio, {server.name}",
                        bench.cio_command(server, "put", "--jobs", "4", bench.tree + "/", server.uri,
                                          "up"), server)
 
-    def rclone_put(server):
-        return Program(f"rclone to {server.name}",
+    def rclone_copy(server, source, target):
+        return Program(f"rclone, {server.name}",
                        bench.rclone_command(server, "copy", "--transfers", "4", "--checkers", "4",
-                                            bench.tree, ":webdav:up"), server)
+                                            source, target), server)
 
-    def rclone_get(server):
-        return Program(f"rclone from {server.name}",
-                       bench.rclone_command(server, "copy", "--transfers", "4", "--checkers", "4",
-                                            ":webdav:tree", bench.copy), server)
+    programs = [cio_put(server) for server in (ours, nginx, rclone)]
+    programs += [rclone_copy(server, bench.tree, ":webdav:up") for server in (nginx, rclone)]
+    yield Case(f"{title}, put, {ours.scheme}", programs,
+               [Target("wall", PART_OF_TIME, f"rclone, {server.name}", f"cio, {server.name}")
+                for server in (nginx, rclone)],
+               TREE_MOST, lambda: bench.clear(ours.up, nginx.up, rclone.up),
+               lambda program, thorough: check_copy(program, bench.tree, program.server.up,
+                                                    thorough))
 
-    def uploads(to, programs, targets):
-        stores = {program.server.files for program in programs}
-        return Case(f"{title} to {to}, {ours.scheme}", programs, targets, TREE_MOST,
-                    lambda: bench.set_aside(*(os.path.join(files, "up") for files in stores)),
-                    lambda program, thorough: check_copy(
-                        program, bench.tree, os.path.join(program.server.files, "up"), thorough))
-
-    # 1.5 times the rate is this part of the time.
-    part = 1 / 1.5
-    for server in (nginx, rclone):
-        yield uploads(server.name, [cio_put(server), rclone_put(server)],
-                      [Target("wall", part, f"rclone to {server.name}")])
-    yield uploads("each client's own server", [cio_put(ours), rclone_put(nginx), rclone_put(rclone)],
-                  [Target("wall", part, f"rclone to {server.name}") for server in (nginx, rclone)])
-    cio_get = Program(f"cio from {ours.name}",
-                      bench.cio_command(ours, "get", "--jobs", "4", ours.uri, "tree/",
-                                        bench.copy + "/"), ours)
     # The others cannot list for cio, nor ours for rclone.
-    yield Case(f"{title} from each client's own server, {ours.scheme}",
-               [cio_get, rclone_get(nginx), rclone_get(rclone)],
-               [Target("wall", part, f"rclone from {server.name}") for server in (nginx, rclone)],
-               TREE_MOST, lambda: bench.set_aside(bench.copy),
+    programs = [Program(f"cio, {ours.name}",
+                        bench.cio_command(ours, "get", "--jobs", "4", ours.uri, "tree/",
+                                          bench.copy + "/"), ours)]
+    programs += [rclone_copy(server, ":webdav:tree", bench.copy) for server in (nginx, rclone)]
+    yield Case(f"{title}, get, {ours.scheme}", programs,
+               [Target("wall", PART_OF_TIME, f"rclone, {server.name}")
+                for server in (nginx, rclone)],
+               TREE_MOST, lambda: bench.clear(bench.copy),
                lambda program, thorough: check_copy(program, bench.tree, bench.copy, thorough))
 
 
@@ -224,7 +198,7 @@ def resume_case(bench):
     log = os.path.join(folder, "access.log")
     kept = bench.size * 9 // 10
     bench.certificate = None
-    bench.clear_copy()
+    bench.clear(bench.copy)
     os.makedirs(os.path.join(folder, "files"))
     os.link(bench.file, os.path.join(folder, "files", "data.bin"))
     with Cio_Serve("cio serve", folder, bench.cio, None, "--access-log", log) as server:
@@ -232,7 +206,7 @@ def resume_case(bench):
         with subprocess.Popen(command, env=bench.runner.environment,
                               stdout=subprocess.DEVNULL) as client:
             await_value(lambda: os.path.exists(copy) and os.path.getsize(copy) >= kept,
-                        "the download does not reach 90 %")
+                        "the download does not reach 90 %", patience=600)
             client.send_signal(signal.SIGKILL)
         if client.returncode != -signal.SIGKILL:
             raise Comparison_Failed("the download was complete before it could be killed")
@@ -280,8 +254,8 @@ def listing_case(bench, entries):
           flush=True)
 
 
-def run_http(runner, cio, size, entries):
-    bench = Bench(runner, cio, size)
+def run_http(runner, cio, size, directories, entries):
+    bench = Bench(runner, cio, size, directories)
     for certificate in (None, Certificate(bench.work)):
         with bench.servers(certificate) as (ours, nginx, rclone):
             for server in (ours, nginx):

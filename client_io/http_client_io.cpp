@@ -98,6 +98,14 @@ bool parse_content_range(const std::string& text, std::uint64_t& first, std::uin
     return !rest.empty() && *end == '\0' && last < total;
 }
 
+/// Whether it names an entry of a directory, not the directory itself or something elsewhere.
+bool is_entry_name(const std::string& name)
+{
+    constexpr std::string_view not_in_names("/\0", 2);
+    return !name.empty() && name != "." && name != ".." &&
+           name.find_first_of(not_in_names) == std::string::npos;
+}
+
 std::string version_of(const HTTP_Response& response)
 {
     const std::string tag = response.entity_tag();
@@ -199,11 +207,7 @@ bool HTTP_Client_IO::write(const void* buf, std::uint64_t size)
         return true;
     }
     // The server may have said why it takes no more.
-    const HTTP_Connection::Ptr broken = connection_;
-    if (finish_upload()) {
-        transport_error("Failed to send body to", full_url(request_.uri()), broken.get());
-        retriable_ = true;
-    }
+    finish_upload();
     open_connection();
     return false;
 }
@@ -389,9 +393,9 @@ bool HTTP_Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& ent
         const auto& object = element.get_ref<const json_spirit::Object&>();
         Directory_Entry entry;
         entry.is_dir = json_spirit::object_get(object, "dir") != nullptr;
-        if (!entry.is_dir && json_spirit::object_get(object, "file") == nullptr)
-            return;
         json_spirit::object_get(object, entry.is_dir ? "dir" : "file", entry.name);
+        if (!is_entry_name(entry.name))
+            return;
         json_spirit::object_get(object, "size", entry.size);
         std::string time;
         if (json_spirit::object_get(object, "mtime", time))
@@ -585,6 +589,13 @@ bool HTTP_Client_IO::finish_upload()
     if (!is_success(status_)) {
         status_error(
             format_text("Failed to POST %s, status=%d", url.c_str(), static_cast<int>(status_)));
+        return false;
+    }
+    if (!connection_->body_sent()) {
+        retriable_ = true;
+        errnum_ = protocol_error;
+        error_ = format_text(
+            "Failed to send body to %s: the server answered before it had all of it", url.c_str());
         return false;
     }
     unconfirmed_path_.clear();
@@ -832,8 +843,10 @@ bool HTTP_Client_IO::check_download(const HTTP_Response& response)
     }
     if (total != open_end)
         size_ = total;
+    else if (version_ != head_version_)
+        size_ = size_unknown; // the HEAD was about another version
     else if (size_ != 0)
-        total = size_; // as the HEAD said
+        total = size_;
     if (total != open_end) {
         if (first_ > total)
             return unfit("the file was replaced");

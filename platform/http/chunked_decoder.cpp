@@ -5,7 +5,7 @@
 bool Chunked_Decoder::next(std::string_view& input, std::string_view& data)
 {
     data = {};
-    while (!input.empty() && state_ != State::done) {
+    while (!input.empty() && state_ != State::done && state_ != State::bad) {
         if (state_ == State::data) {
             const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(left_, input.size()));
             data = input.substr(0, n);

@@ -93,6 +93,11 @@ std::uint64_t HTTP_Connection::write(const void* data, std::uint64_t size)
 {
     if (head_read_ || (state_ != chunked_begun && state_ != chunked_body && state_ != length_body))
         return 0;
+    // Before all of a long body was sent to a server that takes no more.
+    if (used_ < received_.size() || socket_->is_readable())
+        await_continue(std::chrono::milliseconds(0));
+    if (head_read_ || state_ == closed)
+        return 0;
     std::uint64_t sent = 0;
     bool done = false;
     if (state_ == length_body) {
@@ -198,7 +203,7 @@ bool HTTP_Connection::reusable()
     // Whatever comes unasked is no answer to what is asked next.
     if (used_ != received_.size())
         return false;
-    if (!socket_->is_readable())
+    if (!socket_->is_readable() && (!tls_ || !tls_->has_bytes()))
         return true;
     if (!tls_)
         return false;

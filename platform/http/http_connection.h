@@ -67,6 +67,8 @@ public:
     /// @return bytes sent; fewer than @p size on failure. last_error() then is 0 when the server
     ///         has answered already, which ends the sending.
     std::uint64_t write(const void* data, std::uint64_t size);
+    /// Whether nothing of the request is left to send.
+    bool body_sent() const { return body_sent_; }
 
     /// Reads the head of the final answer.
     bool read_response_header(HTTP_Response& response);
@@ -110,7 +112,7 @@ private:
     HTTP_Response_Head head_;
     bool head_read_ = false; ///< head_ is the final answer's
     bool to_head_ = false;   ///< the request is a HEAD
-    bool body_sent_ = true;  ///< nothing of the request is left to send
+    bool body_sent_ = true;
     bool answered_ = false;
     std::uint64_t left_ = 0; ///< bytes of a body of known length that are still to come
     Chunked_Decoder chunks_;

@@ -138,6 +138,8 @@ try {
         return HTTP_Parse_Result::bad;
     head = {};
     head.status = parser.get().result_int();
+    if (head.status < 100)
+        return refuse(reason, "an invalid status");
     result = take_fields(parser, limits, Body_Framing::until_close, head, reason);
     if (result != HTTP_Parse_Result::complete)
         return result;

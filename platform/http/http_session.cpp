@@ -1,6 +1,7 @@
 #include "platform/http/http_session.h"
 
 #include <algorithm>
+#include <boost/asio/error.hpp>
 #include <utility>
 
 namespace
@@ -118,7 +119,9 @@ HTTP_Connection::Ptr HTTP_Session::exchange(Exchange run)
         if (connection.get() == nullptr || run(*connection))
             return connection;
         error_ = {connection->last_error(), connection->error_text()};
-        if (!used_before || connection->answered() || fresh)
+        // A server that is slow may be at work on it.
+        const bool closed = error_.code != static_cast<int>(boost::asio::error::timed_out);
+        if (!used_before || !closed || connection->answered() || fresh)
             return {};
     }
 }

@@ -8,14 +8,14 @@ namespace
 using json_spirit::Value;
 
 constexpr std::size_t block_size = 65536;
-/// Text of one element of an array.
+/// Text of one element of an array, with the blanks around it.
 constexpr std::uint64_t max_element = 1048576;
 
 /// Ends the parsing from within.
 struct Stop
 {};
 
-/// The body of an answer, a block at a time.
+/// The body of an answer, a block at a time. It ends where an element is too long.
 class Body
 {
 public:
@@ -26,10 +26,10 @@ public:
     /// Whether there is a byte at the present place; after a failure there is none.
     bool available()
     {
+        if (ended_ || position_ - element_start_ > max_element)
+            return false;
         if (block_.length() != 0)
             return true;
-        if (ended_)
-            return false;
         block_.reset();
         const std::int64_t n = connection_.read_body(block_);
         failed_ = n < 0;
@@ -47,7 +47,7 @@ public:
         block_.rd_ptr(1);
         ++position_;
     }
-    std::uint64_t position() const { return position_; }
+    void start_element() { element_start_ = position_; }
     bool failed() const { return failed_; }
 
 private:
@@ -55,6 +55,7 @@ private:
     std::uint64_t left_;
     ACE_Message_Block block_;
     std::uint64_t position_ = 0;
+    std::uint64_t element_start_ = 0;
     bool failed_ = false;
     bool ended_ = false;
 };
@@ -109,7 +110,6 @@ bool JSON_HTTP_Session::get(const HTTP_Request& request,
         return true;
     }
     Body body(*connection, max_bytes_);
-    std::uint64_t element_start = 0;
     kind = Kind::array;
     const auto follow = [&](int depth, Value::parse_event_t event, Value& parsed) {
         using Event = Value::parse_event_t;
@@ -120,18 +120,16 @@ bool JSON_HTTP_Session::get(const HTTP_Request& request,
         }
         if (starts && depth >= static_cast<int>(max_depth_))
             throw Stop();
-        if (body.position() - element_start > max_element)
-            throw Stop();
         if (depth != 1 || starts || event == Event::key)
             return true;
         take_element(parsed);
-        element_start = body.position();
+        body.start_element();
         return false; // it need not be kept
     };
     try {
         const Value whole = Value::parse(Body_Iterator(body), Body_Iterator(), follow, false);
         connection_failed_ = body.failed();
-        return !whole.is_discarded();
+        return !connection_failed_ && !whole.is_discarded();
     } catch (const Stop&) {
         return kind == Kind::other;
     }

@@ -136,7 +136,7 @@ void Access_Log::run()
     }
 }
 
-void Access_Log::write_out(const std::string& lines)
+void Access_Log::write_out(const std::string& lines) const
 {
     std::size_t done = 0;
     while (done < lines.size()) {

@@ -47,7 +47,7 @@ public:
 private:
     Access_Log(std::string path, int file);
     void run();
-    void write_out(const std::string& lines);
+    void write_out(const std::string& lines) const;
 
     std::string path_;
     std::mutex mutex_;

@@ -225,7 +225,7 @@ std::string HTTP_Exchange::answer_head(unsigned status, const HTTP_Headers& head
     text += reason_phrase(status);
     text += "\r\nDate: " + http_date(std::time(nullptr)) + "\r\n";
     for (const auto& [name, value] : headers)
-        text += name + ": " + value + "\r\n";
+        text.append(name).append(": ").append(value).append("\r\n");
     if (!keeps_connection())
         text += "Connection: close\r\n";
     else if (is_http_1_0)

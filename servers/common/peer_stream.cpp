@@ -129,7 +129,8 @@ asio::awaitable<bool> Peer_Stream::write(std::string_view data, bool more)
         data.remove_prefix(n);
         moved(n);
     }
-    co_return data.empty();
+    const bool written = data.empty();
+    co_return written;
 }
 
 asio::awaitable<bool> Peer_Stream::send_file(int file, std::uint64_t offset, std::uint64_t size)

@@ -42,7 +42,7 @@ public:
     boost::asio::awaitable<void> run();
 
     /// Called from time to time: ends what takes the peer too long.
-    void check_time(Peer_Deadline::Time now);
+    void check_time(Peer_Deadline::Time time);
     /// Ends the connection when it waits for a request, else after the present one.
     void stop();
     /// Ends it at once.
@@ -70,8 +70,8 @@ private:
     bool is_local_ = false; ///< the peer is this machine
     Peer_Stream stream_;
     bool refused_;
-    std::string input_; ///< what was read and not yet used
+    std::string input_;                 ///< what was read and not yet used
     HTTP_Exchange* exchange_ = nullptr; ///< the request that is being served
-    bool idle_ = false; ///< waits for a request's first byte
+    bool idle_ = false;                 ///< waits for a request's first byte
     bool stops_ = false;
 };

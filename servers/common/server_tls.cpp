@@ -23,7 +23,7 @@ int choose_protocol(SSL* /*ssl*/, const unsigned char** out, unsigned char* out_
 std::string openssl_reason()
 {
     const char* const reason = ERR_reason_error_string(ERR_peek_last_error());
-    const std::string text = reason != nullptr ? reason : "unknown reason";
+    std::string text = reason != nullptr ? reason : "unknown reason";
     ERR_clear_error();
     return text;
 }

@@ -47,7 +47,7 @@ public:
     {}
     ~Local_Upload() override;
 
-    /// A directory in which the file has got a new name.
+    /// The directory of the file, in which its name may be new.
     void has_new_name(File_Handle directory) { directory_ = std::move(directory); }
     /// Joins the uploads under way in place of an older one of the file.
     /// @return not_found when the file has lost its name before
@@ -55,6 +55,7 @@ public:
     /// What the path led to before; unless it is said, what the file itself was when it joined.
     void replaces(const struct stat& before) { before_ = before; }
     Storage_Result cut(std::uint64_t size);
+    /// Ends the beginning: from here on a newer upload may take over.
     void start_at(std::uint64_t offset);
 
     Storage_Result write(std::string_view data) override;
@@ -257,7 +258,8 @@ Storage_Result Local_Storage_Tree::upload(std::string_view path, Upload_Kind kin
     if (kind == Upload_Kind::cut)
         if (const Storage_Result done = begun->cut(offset); !done)
             return done;
-    begun->start_at(offset);
+    if (kind != Upload_Kind::replace)
+        begun->start_at(offset);
     upload = std::move(begun);
     return {};
 }
@@ -329,6 +331,7 @@ Storage_Result Local_Storage_Tree::replace_file(const Storage_Path& path,
     // Before others can see the file and upload into it.
     if (const Storage_Result joined = upload->join(); !joined)
         return joined;
+    upload->start_at(0);
     if (const auto placed =
             place(parent.get(), temporary.name().c_str(), parent.get(), path.name(), true);
         !placed)
@@ -349,12 +352,11 @@ Storage_Result Local_Storage_Tree::open_existing(const Storage_Path& path, bool 
     if (!found && !is_new)
         return found;
     File_Handle parent;
+    if (const auto made = make_parent(path, options.creation_mask, parent); !made)
+        return made;
     std::unique_lock<std::mutex> naming;
-    if (is_new) {
-        if (const auto made = make_parent(path, options.creation_mask, parent); !made)
-            return made;
+    if (is_new)
         naming = std::unique_lock(state_->name_lock(parent.get(), path.name()));
-    }
     const mode_t mode = new_file_mode & ~options.creation_mask;
     File_Handle file =
         root_->open(path.text(), is_new ? O_WRONLY | O_CREAT : O_WRONLY, is_new ? mode : 0);
@@ -364,7 +366,7 @@ Storage_Result Local_Storage_Tree::open_existing(const Storage_Path& path, bool 
     if (is_new)
         set_mode(file.get(), info.st_mode, mode);
     upload = std::make_unique<Local_Upload>(state_, options, std::move(file));
-    if (is_new)
-        upload->has_new_name(std::move(parent));
+    // The upload that this one goes on with may have ended before the name was on the disk.
+    upload->has_new_name(std::move(parent));
     return upload->join();
 }

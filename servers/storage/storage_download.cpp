@@ -1,3 +1,5 @@
+#include "servers/storage/storage_service.h"
+
 #include "platform/json/json_spirit.h"
 #include "platform/json/json_value.h"
 #include "servers/common/blocking_work.h"
@@ -6,12 +8,9 @@
 #include "servers/common/http_date.h"
 #include "servers/common/request_target.h"
 #include "servers/storage/storage_answer.h"
-#include "servers/storage/storage_service.h"
 
 #include <algorithm>
 #include <ctime>
-
-namespace asio = boost::asio;
 
 namespace
 {

@@ -1,11 +1,10 @@
+#include "servers/storage/storage_service.h"
+
 #include "servers/common/blocking_work.h"
 #include "servers/storage/storage_answer.h"
-#include "servers/storage/storage_service.h"
 #include "servers/storage/upload_request.h"
 
 #include <limits>
-
-namespace asio = boost::asio;
 
 Storage_Service::Answer Storage_Service::upload(HTTP_Exchange& exchange, Storage_Tree& tree,
                                                 Storage_Tree::Upload_Kind whole,
@@ -56,7 +55,8 @@ Storage_Service::Answer Storage_Service::receive(HTTP_Exchange& exchange,
         if (result)
             body = co_await exchange.read_body(data);
     }
-    if (body == HTTP_Exchange::Body::end && !(exactly && most > 0)) {
+    const bool whole = !exactly || most == 0;
+    if (body == HTTP_Exchange::Body::end && whole) {
         result = co_await run_blocking(disk_, [&] { return upload.finish(); });
         if (result) {
             co_await exchange.answer(200);

@@ -307,13 +307,16 @@ std::ostream& operator<<(std::ostream& out, const Proxy_Fault& fault)
 Proxy_Fault random_proxy_fault(std::mt19937_64& random, std::span<const Proxy_Fault_Kind> kinds,
                                std::uint64_t span)
 {
+    constexpr std::uint64_t shortest_head = 100;
+    constexpr std::uint64_t longest_head = 500;
     Proxy_Fault fault;
     fault.kind = kinds[random() % kinds.size()];
     // Small places are where heads are.
-    const std::uint64_t part = random() % 2 == 0 ? std::min<std::uint64_t>(span, 600) : span;
-    fault.after = random() % (part + 1);
+    fault.after = random() % ((random() % 2 == 0 ? std::min(span, longest_head) : span) + 1);
     if (fault.kind == Proxy_Fault_Kind::drip)
-        fault.after = 1 + random() % 50;
+        fault.after = 1 + random() % 50 + span / 2000;
+    if (fault.kind == Proxy_Fault_Kind::repeat)
+        fault.after = random() % shortest_head;
     const bool one_way =
         fault.kind == Proxy_Fault_Kind::late || fault.kind == Proxy_Fault_Kind::repeat;
     if (fault.kind == Proxy_Fault_Kind::repeat || (!one_way && random() % 2 == 0))
@@ -396,4 +399,9 @@ void Fault_Proxy::release()
 Fault_Proxy::Counts Fault_Proxy::counts() const
 {
     return state_->on_thread([this] { return state_->counts; });
+}
+
+std::size_t Fault_Proxy::open_connections() const
+{
+    return state_->on_thread([this] { return state_->connections.size(); });
 }

@@ -90,6 +90,8 @@ public:
     /// Lets stalled connections go on.
     void release();
     Counts counts() const;
+    /// How many connections to the server are open.
+    std::size_t open_connections() const;
 
 private:
     struct State;

@@ -1,5 +1,6 @@
 #include "tests/interop/curl.h"
 #include "tests/interop/raw_peer.h"
+#include "tests/interop/wait_until.h"
 #include "tests/support/run_program.h"
 #include "tests/support/storage_server_process.h"
 #include "tests/support/temp_directory.h"
@@ -151,16 +152,14 @@ TEST_F(Curl_Access, HangingUpReadsTheUsersAnewAndOpensANewLog)
     write_local(users_, user_line("dave", "new here"));
     fs::rename(log_, directory_ / "old.log");
     server_.signal(SIGHUP);
-    while (!fs::exists(log_))
-        ; // made when the users have been read
+    wait_until([this] { return fs::exists(log_); }); // made when the users have been read
     EXPECT_EQ(status({"-u", "dave:new here"}, "/"), 200);
     EXPECT_EQ(status({"-u", "alice:correct horse"}, "/"), 401);
 
     write_local(users_, "nonsense\n");
     fs::remove(log_);
     server_.signal(SIGHUP);
-    while (!fs::exists(log_))
-        ;
+    wait_until([this] { return fs::exists(log_); });
     EXPECT_EQ(status({"-u", "dave:new here"}, "/"), 200);
     EXPECT_EQ(server_.end(), 0);
     EXPECT_NE(read_local(directory_ / "old.log").find(" alice "), std::string::npos);

@@ -1,5 +1,6 @@
 #include "tests/interop/curl.h"
 #include "tests/interop/raw_peer.h"
+#include "tests/interop/wait_until.h"
 #include "tests/support/storage_server_process.h"
 
 #include <csignal>
@@ -47,8 +48,7 @@ TEST(Server_Process, WhatTakesTooLongIsCutAndKeepsWhatCame)
     stuck.send(upload);
     stuck.read_to("\r\n\r\n");
     stuck.send("01234");
-    while (fs::file_size(server.file("file")) < 5)
-        ; // until it has arrived
+    wait_until([&] { return fs::file_size(server.file("file")) == 5; });
     server.signal(SIGTERM);
     EXPECT_EQ(server.wait(), 0);
     EXPECT_EQ(read_local(server.file("file")), "01234");
@@ -61,8 +61,8 @@ TEST(Server_Process, ASecondSignalCutsAtOnce)
     stuck.send(upload);
     stuck.read_to("\r\n\r\n");
     server.signal(SIGTERM);
-    while (curl({server.uri("/")}).exit_code != 7)
-        ; // until the first one was seen
+    // The first one was seen.
+    wait_until([&] { return curl({server.uri("/")}).exit_code == 7; });
     server.signal(SIGINT);
     EXPECT_EQ(server.wait(), 0);
 }
@@ -73,8 +73,9 @@ TEST(Server_Process, KilledItKeepsWhatCame)
     const std::string data = sample_bytes(1'000'000);
     Raw_Peer peer(server.port());
     peer.send("PUT /file HTTP/1.1\r\nHost: h\r\nContent-Length: 2000000\r\n\r\n" + data);
-    while (!fs::exists(server.file("file")) || fs::file_size(server.file("file")) < data.size())
-        ;
+    wait_until([&] {
+        return fs::exists(server.file("file")) && fs::file_size(server.file("file")) == data.size();
+    });
     server.kill();
     server.start();
     const Curl_Result head = curl({"-I", server.uri("/file")});
@@ -115,8 +116,9 @@ TEST(Server_Process, ConnectionsBeyondTheLimitAreToldSo)
     EXPECT_NE(refused.find("Connection: close"), std::string::npos);
     EXPECT_NE(refused.find("Retry-After: "), std::string::npos);
     third.reset();
-    while (status_of(ask(server.port(), "GET /.cio/health HTTP/1.0\r\n\r\n")) != 200)
-        ; // until the third one's end was seen
+    // Until the third one's end was seen.
+    wait_until(
+        [&] { return status_of(ask(server.port(), "GET /.cio/health HTTP/1.0\r\n\r\n")) == 200; });
 }
 
 TEST(Server_Process, ConnectionsOfOneAddressHaveALimitOfTheirOwn)

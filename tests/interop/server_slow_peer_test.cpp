@@ -1,4 +1,5 @@
 #include "tests/interop/raw_peer.h"
+#include "tests/interop/wait_until.h"
 #include "tests/support/storage_server_process.h"
 
 #include <gtest/gtest.h>
@@ -83,8 +84,9 @@ TEST_F(Server_Slow_Peer, AReaderThatDoesNotReadIsCutOff)
     peer.send("GET /file HTTP/1.1\r\nHost: h\r\n\r\n");
     // Its end is seen without reading, in the server's own count.
     const std::string metrics = "GET /.cio/metrics HTTP/1.0\r\n\r\n";
-    while (ask(server_.port(), metrics).find("cio_timeouts_total 1\n") == std::string::npos)
-        ;
+    wait_until([&] {
+        return ask(server_.port(), metrics).find("cio_timeouts_total 1\n") != std::string::npos;
+    });
     EXPECT_LT(peer.read_all().size(), 50'000'000U);
 }
 

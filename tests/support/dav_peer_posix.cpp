@@ -66,6 +66,8 @@ void Dav_Peer::start(const std::string& program, const std::string& user,
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    // Connections of the test would stay open with the copies that the program has of them.
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     const int error = ::posix_spawn(&pid_, script.c_str(), &actions, nullptr, arguments.data(),
                                     environment.data());
     posix_spawn_file_actions_destroy(&actions);

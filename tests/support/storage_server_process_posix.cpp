@@ -86,6 +86,8 @@ void Storage_Server_Process::start()
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    // Connections of the test would stay open with the copies that the program has of them.
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     const int error =
         ::posix_spawn(&pid_, CIO_PROGRAM, &actions, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&actions);

@@ -288,8 +288,9 @@ TEST(HTTP_Client_IO_Connect, SecretsAreInNoMessage)
     const std::string refused = http_answer("401 Who", "c2VjcmV0");
     std::vector<std::string> texts;
     {
-        Scripted_Server server({answer_each({refused, refused, refused, refused}),
-                                answer_each({refused}), answer_each({refused}), answer_each({})});
+        // The listing is asked for three times.
+        Scripted_Server server(
+            {answer_each({refused, refused, refused, refused, refused, refused})});
         Client_IO io;
         ASSERT_TRUE(io.connect(uri_of(server), options)) << io.error();
         std::vector<Base::Directory_Entry> entries;
@@ -344,8 +345,8 @@ TEST(HTTP_Client_IO_WebDAV, StatusesOfSuccessAreMore)
                             "Transfer-Encoding: chunked|Expect: 100-continue||hello",
                             "PUT /base/a HTTP/1.1|Host: SERVER|Transfer-Encoding: chunked|"
                             "Expect: 100-continue||",
-                            "DELETE /base/a HTTP/1.1|Host: SERVER|Content-Length: 0",
-                            "MKCOL /base/d HTTP/1.1|Host: SERVER|Content-Length: 0",
+                            "DELETE /base/a HTTP/1.1|Host: SERVER|Content-Length: 0|Depth: 0",
+                            "MKCOL /base/d/ HTTP/1.1|Host: SERVER|Content-Length: 0",
                             "MOVE /base/a HTTP/1.1|Host: SERVER|Content-Length: 0|"
                             "Destination: http://SERVER/base/b|Overwrite: T"));
 }
@@ -367,6 +368,41 @@ TEST(HTTP_Client_IO_WebDAV, WhatServersHaveNoMeansForIsRefusedBeforeItCanDoHarm)
     EXPECT_FALSE(target.io.is_open());
     const std::string head = "HEAD /base/a HTTP/1.1|Host: SERVER|Content-Length: 0";
     EXPECT_THAT(target.sent(), ElementsAre(head, head));
+}
+
+TEST(HTTP_Client_IO_WebDAV, DirectoriesAreMadeOneAfterTheOther)
+{
+    const auto status = [](const char* text) {
+        return "HTTP/1.1 " + std::string(text) + "\r\nContent-Length: 0\r\n\r\n";
+    };
+    HTTP_Target target(
+        {answer_each({status("409 No parent"), status("201 Made"), status("201 Made"),
+                      status("405 Exists"), status("301 Slash")})},
+        options_with({{"HTTP_DIALECT", "webdav"}}));
+    EXPECT_TRUE(target.io.make_dir("d/e", 0700)) << target.io.error();
+    EXPECT_TRUE(target.io.make_dir("d", 0700)) << target.io.error();
+    const std::string fields = " HTTP/1.1|Host: SERVER|Content-Length: 0";
+    EXPECT_THAT(target.sent(), ElementsAre("MKCOL /base/d/e/" + fields, "MKCOL /base/d/" + fields,
+                                           "MKCOL /base/d/e/" + fields, "MKCOL /base/d/" + fields,
+                                           "HEAD /base/d" + fields));
+}
+
+TEST(HTTP_Client_IO_WebDAV, AFileThatExistsIsToldByThePrecondition)
+{
+    HTTP_Target target({answer_each({missing, http_answer("412 Exists")})},
+                       options_with({{"HTTP_DIALECT", "webdav"}}));
+    ASSERT_TRUE(target.io.open("a", Base::mode_write, 0, 0));
+    EXPECT_FALSE(target.io.close());
+    EXPECT_EQ(target.io.errnum(), 17);
+    EXPECT_FALSE(target.io.retriable());
+}
+
+TEST(HTTP_Client_IO_WebDAV, AFileIsNotPutInItsOwnPlace)
+{
+    HTTP_Target target({answer_each({"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n"})},
+                       options_with({{"HTTP_DIALECT", "webdav"}}));
+    EXPECT_TRUE(target.io.rename("a", "a", true));
+    EXPECT_THAT(target.sent(), ElementsAre("HEAD /base/a HTTP/1.1|Host: SERVER|Content-Length: 0"));
 }
 
 } // namespace

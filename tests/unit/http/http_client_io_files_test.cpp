@@ -1,3 +1,4 @@
+#include "platform/runtime/os_error.h"
 #include "tests/unit/http/http_target.h"
 
 #include <gmock/gmock.h>
@@ -221,6 +222,38 @@ TEST(HTTP_Client_IO_Files, WhatIsNoArrayIsNoDirectory)
     EXPECT_FALSE(target.io.retriable());
     EXPECT_THAT(entries, IsEmpty());
     EXPECT_TRUE(target.io.is_connected());
+}
+
+TEST(HTTP_Client_IO_Files, AFileOfBytesIsNoDirectoryWhateverItHolds)
+{
+    HTTP_Target target({answer_each({http_answer("200 OK", R"([{"file":"a"}])",
+                                                 "Content-Type: application/octet-stream\r\n")})});
+    Entries entries;
+    EXPECT_FALSE(target.io.get_dir("a", entries));
+    EXPECT_EQ(target.io.error(), target.url("a") + " is not directory");
+    EXPECT_EQ(target.io.errnum(), os_error::not_a_directory);
+    EXPECT_FALSE(target.io.retriable());
+    EXPECT_THAT(entries, IsEmpty());
+}
+
+TEST(HTTP_Client_IO_Files, RequestsBesideAnOpenFileGoBesideItsConnection)
+{
+    const std::string found = "HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\n";
+    HTTP_Target target({answer_each({status_line("404 Missing"), ok}),
+                        answer_each({found, http_answer("200 OK", "[]"), ok, ok})});
+    ASSERT_TRUE(target.io.open("a", Client_IO_Base::mode_write, 0, 0));
+    EXPECT_TRUE(target.io.write("hello", 5));
+    Entries entries;
+    EXPECT_EQ(target.io.size("b"), 7U);
+    EXPECT_TRUE(target.io.get_dir("", entries));
+    EXPECT_TRUE(target.io.truncate("b", 1));
+    EXPECT_TRUE(target.io.remove("b"));
+    EXPECT_EQ(target.io.size(), 5U);
+    EXPECT_TRUE(target.io.write(", world", 7));
+    EXPECT_TRUE(target.io.close()) << target.io.error();
+    EXPECT_EQ(target.sent()[1],
+              "POST /base/a HTTP/1.1|Host: SERVER|Transfer-Encoding: chunked||hello, world");
+    EXPECT_EQ(target.server.connections(), 2U);
 }
 
 TEST(HTTP_Client_IO_Files, AListingThatFailsLeavesTheEntriesAsTheyWere)

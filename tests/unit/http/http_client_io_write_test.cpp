@@ -198,6 +198,21 @@ TEST(HTTP_Client_IO_Write, SeekFailsWhenWhatWasWrittenDidNotArrive)
     EXPECT_THAT(target.sent(), ElementsAre(head, post + chunked + "||hello"));
 }
 
+TEST(HTTP_Client_IO_Write, OpeningAnotherFileEndsTheOneBefore)
+{
+    HTTP_Target target({answer_each({missing, ok, ok, http_answer("507 Full")})});
+    ASSERT_TRUE(target.io.open("a", Base::mode_write, 0, 0));
+    EXPECT_TRUE(write(target.io, "hello"));
+    ASSERT_TRUE(target.io.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+    ASSERT_TRUE(target.io.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+    EXPECT_FALSE(target.io.open("b", Base::mode_read, 0, 0)) << "the one before was not stored";
+    EXPECT_EQ(target.io.error(), "Failed to POST " + target.url("a") + ", status=507");
+    EXPECT_FALSE(target.io.is_open());
+    EXPECT_THAT(target.sent(),
+                ElementsAre(head, post + chunked + "||hello", put + chunked + expect + "||",
+                            put + chunked + expect + "||"));
+}
+
 TEST(HTTP_Client_IO_Write, OnlyStatus200SaysThatAFileIsStored)
 {
     struct Case
@@ -293,6 +308,19 @@ TEST(HTTP_Client_IO_Write, AnAnswer200BeforeTheBodyWasSentIsNoSuccess)
                                      ": the server answered before it had all of it");
     EXPECT_TRUE(target.io.retriable());
     EXPECT_FALSE(target.io.is_open());
+}
+
+TEST(HTTP_Client_IO_Write, AnAnswer200BeforeTheEndIsNoSuccessOfTheClose)
+{
+    HTTP_Target target({[](Connection& connection) {
+        connection.head();
+        connection.send(ok);
+    }});
+    ASSERT_TRUE(target.io.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+    EXPECT_FALSE(target.io.close());
+    EXPECT_THAT(target.io.error(),
+                testing::EndsWith(": the server answered before it had all of it"));
+    EXPECT_TRUE(target.io.retriable());
 }
 
 TEST(HTTP_Client_IO_Write, AConnectionThatIsLostDuringTheBodyIsAFailure)

