@@ -129,6 +129,8 @@ TEST(Connect, RecordsTheProtocolOfEachScheme)
 TEST(Connect, ToASchemeWhoseBackendIsMissingFailsWithProtocolNotSupported)
 {
     for (const auto& [scheme, protocol] : read_schemes) {
+        if (protocol == Client_IO::PROTOCOL_HTTP || protocol == Client_IO::PROTOCOL_BTRFS_HTTP)
+            continue;
         Client_IO io;
         EXPECT_FALSE(io.connect(uri_of(scheme, "/path"), Client_IO::Options{})) << scheme;
         EXPECT_EQ(io.error(), "Protocol not supported") << scheme;
@@ -161,7 +163,7 @@ TEST(Connect, ByProtocolBtrfsEndsAs19)
 {
     Client_IO io;
     EXPECT_FALSE(
-        io.connect(Client_IO::PROTOCOL_BTRFS, "host", 1, true, "/path", Client_IO::Options{}));
+        io.connect(Client_IO::PROTOCOL_BTRFS, "127.0.0.1", 1, true, "/path", no_transforms()));
     EXPECT_EQ(static_cast<int>(io.protocol()), 19);
     URI uri;
     ASSERT_TRUE(io.generate_uri(Client_IO::PROTOCOL_BTRFS, "host", 1, true, "/path", uri));
@@ -172,11 +174,11 @@ TEST(Connect, ByProtocolBtrfsOverHTTPAndBySDFSEndAs0)
 {
     Client_IO io;
     EXPECT_FALSE(
-        io.connect(Client_IO::PROTOCOL_BTRFS_HTTP, "host", 1, true, "/path", Client_IO::Options{}));
+        io.connect(Client_IO::PROTOCOL_BTRFS_HTTP, "127.0.0.1", 1, true, "/path", no_transforms()));
     EXPECT_EQ(static_cast<int>(io.protocol()), 0);
     Client_IO sdfs;
     EXPECT_FALSE(
-        sdfs.connect(Client_IO::PROTOCOL_SDFS, "host", 1, true, "/path", Client_IO::Options{}));
+        sdfs.connect(Client_IO::PROTOCOL_SDFS, "127.0.0.1", 1, true, "/path", no_transforms()));
     EXPECT_EQ(static_cast<int>(sdfs.protocol()), 0);
 }
 
