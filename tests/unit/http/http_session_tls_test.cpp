@@ -12,7 +12,7 @@
 namespace
 {
 
-using ::testing::ElementsAre;
+namespace asio = boost::asio;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Connection = Scripted_Server::Connection;
@@ -274,20 +274,16 @@ TEST(HTTP_TLS, WhatNobodyAskedForPreventsReuse)
     EXPECT_EQ(secure.server.requests()[1].connection, 1U);
 }
 
-/// Serves requests with TLS on one connection, and sends session tickets, one more behind each
-/// answer.
+/// Serves one connection with TLS, and sends a session ticket together with each answer, behind it.
 class Ticket_Server
 {
 public:
     explicit Ticket_Server(const Test_Certificate& certificate)
-        : acceptor_(io_, {boost::asio::ip::address_v4::loopback(), 0}),
+        : acceptor_(io_, {asio::ip::address_v4::loopback(), 0}),
           port_(acceptor_.local_endpoint().port())
     {
-        context_.use_certificate(boost::asio::buffer(certificate.pem()),
-                                 boost::asio::ssl::context::pem);
-        context_.use_private_key(boost::asio::buffer(certificate.key_pem()),
-                                 boost::asio::ssl::context::pem);
-        SSL_CTX_set_num_tickets(context_.native_handle(), 2);
+        context_.use_certificate(asio::buffer(certificate.pem()), asio::ssl::context::pem);
+        context_.use_private_key(asio::buffer(certificate.key_pem()), asio::ssl::context::pem);
         thread_ = std::thread([this] { serve(); });
     }
     ~Ticket_Server() { thread_.join(); }
@@ -298,30 +294,40 @@ public:
 private:
     void serve()
     {
+        asio::ip::tcp::socket socket(io_);
         boost::system::error_code error;
-        boost::asio::ssl::stream<boost::asio::ip::tcp::socket> stream(io_, context_);
-        acceptor_.accept(stream.next_layer(), error);
-        stream.handshake(boost::asio::ssl::stream_base::server, error);
+        acceptor_.accept(socket, error);
+        const std::unique_ptr<SSL, void (*)(SSL*)> session(SSL_new(context_.native_handle()),
+                                                           SSL_free);
+        SSL* const ssl = session.get();
+        SSL_set_bio(ssl, BIO_new(BIO_s_mem()), BIO_new(BIO_s_mem()));
+        SSL_set_accept_state(ssl);
         std::string input;
+        std::array<char, 16384> block;
         while (!error) {
-            const std::size_t size = boost::asio::read_until(
-                stream, boost::asio::dynamic_buffer(input), "\r\n\r\n", error);
-            if (error)
-                break;
-            input.erase(0, size);
-            ++requests_;
-            SSL_new_session_ticket(stream.native_handle());
-            boost::asio::write(stream, boost::asio::buffer(ok), error);
-            // What was asked for goes out with the next write, of no bytes here.
-            SSL_new_session_ticket(stream.native_handle());
-            SSL_do_handshake(stream.native_handle());
-            boost::asio::write(stream, boost::asio::buffer("", 0), error);
+            const int n = SSL_read(ssl, block.data(), static_cast<int>(block.size()));
+            input.append(block.data(), static_cast<std::size_t>(std::max(n, 0)));
+            if (input.ends_with("\r\n\r\n")) {
+                input.clear();
+                ++requests_;
+                SSL_write(ssl, ok.data(), static_cast<int>(ok.size()));
+                SSL_new_session_ticket(ssl);
+                SSL_do_handshake(ssl);
+            }
+            char* output = nullptr;
+            const long size = BIO_get_mem_data(SSL_get_wbio(ssl), &output);
+            asio::write(socket, asio::buffer(output, static_cast<std::size_t>(size)), error);
+            static_cast<void>(BIO_reset(SSL_get_wbio(ssl)));
+            if (n <= 0 && !error) {
+                const std::size_t received = socket.read_some(asio::buffer(block), error);
+                BIO_write(SSL_get_rbio(ssl), block.data(), static_cast<int>(received));
+            }
         }
     }
 
-    boost::asio::io_context io_;
-    boost::asio::ssl::context context_{boost::asio::ssl::context::tls_server};
-    boost::asio::ip::tcp::acceptor acceptor_;
+    asio::io_context io_;
+    asio::ssl::context context_{asio::ssl::context::tls_server};
+    asio::ip::tcp::acceptor acceptor_;
     const unsigned short port_;
     std::atomic<int> requests_ = 0;
     std::thread thread_;
