@@ -53,7 +53,11 @@ std::optional<std::string> Target::local_path(const std::string& path) const
 Target make_target(const std::string& uri_text, const Client_IO_Base::Options& options, bool create)
 {
     Target target{uri_text, {}, options, create};
-    if (!URI_Parser::parse(uri_text.c_str(), target.uri) || target.uri.path(false).empty())
+    const bool parsed = URI_Parser::parse(uri_text.c_str(), target.uri);
+    // "http://HOST" means its root, as everywhere.
+    if (parsed && target.uri.path(false).empty() && !target.uri.host(false).empty())
+        target.uri.path("/", false);
+    if (!parsed || target.uri.path(false).empty())
         throw Usage_Error(without_credentials(uri_text) + ": Invalid URI");
     const std::string host = target.uri.host(false);
     // On Windows it is the server of a network share.

@@ -103,8 +103,11 @@ void Get::get_one(Client_IO& io, const std::string& path, const std::string& loc
     {
         Failure failure;
         entry = find_entry(io, remote, failure);
-        if (!entry)
+        if (!entry && (transfer_.resume || size == Client_IO_Base::size_unknown))
             return transfer_.report.error(path, failure);
+        // From a target that cannot list, the file can be had all the same.
+        if (!entry)
+            entry.emplace().size = size;
     }
     if (size != Client_IO_Base::size_of_directory && !entry->is_dir)
         return get_named_file(remote, local_is_directory ? join_path(local, name) : local,

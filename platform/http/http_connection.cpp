@@ -49,7 +49,7 @@ bool HTTP_Connection::start(const HTTP_Request& request, const std::string& host
 {
     const HTTP_Headers& headers = request.headers();
     std::string head = HTTP_Request::method_name(request.method());
-    head += ' ' + request.uri() + " HTTP/1.1\r\n";
+    head.append(" ").append(request.uri()).append(" HTTP/1.1\r\n");
     if (headers.get(HTTP_Headers::host) == nullptr)
         head += "Host: " + host + "\r\n";
     for (const auto& [name, value] : headers)
@@ -348,7 +348,7 @@ std::int64_t HTTP_Connection::read_chunked(ACE_Message_Block& block)
             return -1;
         }
         used_ += offered - input.size();
-        std::memcpy(block.wr_ptr(), data.data(), data.size());
+        data.copy(block.wr_ptr(), data.size());
         block.wr_ptr(data.size());
         if (chunks_.done()) {
             state_ = complete;

@@ -166,8 +166,10 @@ HTTP_Session::Ptr HTTP_Session_Factory::create(const std::string& host, unsigned
     if (!ssl)
         return session;
     Transport_Error failure;
-    session->tls_ = tls.get() != nullptr ? tls : TLS_Context::create({}, failure);
-    if (session->tls_.get() != nullptr)
+    if (tls.get() == nullptr)
+        tls = TLS_Context::create({}, failure);
+    session->tls_ = tls;
+    if (tls.get() != nullptr)
         return session;
     if (error != nullptr)
         *error = failure;

@@ -64,6 +64,7 @@ struct Fault_Proxy::State
     Proxy_Plan plan;
     std::uint64_t next_connection = 0; ///< of the present plan
     Counts counts;
+    bool released = false;
     std::set<std::shared_ptr<Connection>> connections;
     std::thread thread;
 };
@@ -186,7 +187,7 @@ private:
                 discarding = true;
                 break;
             case Proxy_Fault_Kind::stall:
-                holding = true;
+                holding = !connection.proxy_.released;
                 break;
             case Proxy_Fault_Kind::late:
                 connection.to_client_.discarding = true;
@@ -373,24 +374,34 @@ void Fault_Proxy::set_server(unsigned short port)
 
 void Fault_Proxy::set_listening(bool listening)
 {
-    state_->on_thread([this, listening] {
-        tcp::acceptor& acceptor = state_->acceptor;
-        if (listening) {
+    tcp::acceptor& acceptor = state_->acceptor;
+    if (listening) {
+        state_->on_thread([this, &acceptor] {
             acceptor.listen();
             state_->accept_next();
-            return;
-        }
-        // The port stays ours: a socket that is bound and does not listen refuses.
+        });
+        return;
+    }
+    // The port stays ours: a socket that is bound and does not listen refuses. Windows lets go of
+    // the port when the accept that is under way has been told of its end, on the proxy's thread.
+    state_->on_thread([&acceptor] {
         acceptor.close();
         acceptor.open(tcp::v4());
         acceptor.set_option(asio::socket_base::reuse_address(true));
-        acceptor.bind(loopback(state_->port));
     });
+    const auto bind = [this, &acceptor] {
+        error_code error;
+        acceptor.bind(loopback(state_->port), error);
+        return error == asio::error::access_denied;
+    };
+    while (state_->on_thread(bind))
+        std::this_thread::yield();
 }
 
 void Fault_Proxy::release()
 {
     state_->on_thread([this] {
+        state_->released = true;
         for (const auto& connection : state_->connections)
             connection->release();
     });

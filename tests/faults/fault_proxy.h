@@ -87,7 +87,7 @@ public:
     void set_server(unsigned short port);
     /// Whether somebody listens on the port; while nobody does, the system refuses connections.
     void set_listening(bool listening);
-    /// Lets stalled connections go on.
+    /// Lets stalled connections go on, those to come too.
     void release();
     Counts counts() const;
     /// How many connections to the server are open.

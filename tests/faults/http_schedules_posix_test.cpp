@@ -110,7 +110,7 @@ Schedule::Schedule(Operation kind, std::uint64_t seed, int number)
 
 std::string Schedule::stored_after(std::size_t written) const
 {
-    const std::string part = body.substr(0, written);
+    std::string part = body.substr(0, written);
     switch (operation) {
     case Operation::append:
         return old + part;

@@ -233,9 +233,9 @@ private:
             if (error == SSL_ERROR_NONE)
                 return result;
             std::array<char, 16384> block;
-            std::size_t size = 0;
-            if (error != SSL_ERROR_WANT_READ ||
-                (size = receive_raw(block.data(), block.size())) == 0)
+            const std::size_t size =
+                error == SSL_ERROR_WANT_READ ? receive_raw(block.data(), block.size()) : 0;
+            if (size == 0)
                 return std::nullopt;
             BIO_write(SSL_get_rbio(session_.get()), block.data(), static_cast<int>(size));
         }

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <boost/asio/error.hpp>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -316,11 +317,13 @@ TEST(HTTP_Session_Test, AFinalAnswerInPlaceOfContinueEndsTheUpload)
 TEST(HTTP_Session_Test, AnAnswerDuringTheBodyEndsTheSending)
 {
     // The server reads no more, and does not close either.
-    Scripted_Server server({[](Connection& connection) {
+    std::promise<void> answered;
+    Scripted_Server server({[&answered](Connection& connection) {
         connection.head();
         connection.send(go_on);
         connection.part_of_body(8);
         connection.send(http_answer("507 Full", "no space"));
+        answered.set_value();
         connection.stall();
         connection.reset();
     }});
@@ -328,6 +331,8 @@ TEST(HTTP_Session_Test, AnAnswerDuringTheBodyEndsTheSending)
     bool confirmed = false;
     const HTTP_Connection::Ptr connection = session->start_put(upload_request(), &confirmed);
     ASSERT_NE(connection.get(), nullptr);
+    EXPECT_EQ(connection->write("hello", 5), 5U);
+    answered.get_future().wait();
     const std::string data(65536, 'x');
     const auto start = steady_clock::now();
     int writes = 0;

@@ -5,6 +5,7 @@
 
 #include <boost/asio.hpp>
 #include <boost/asio/ssl.hpp>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <thread>
@@ -222,10 +223,12 @@ TEST(HTTP_TLS, OnlyTLSsFarewellEndsABodyThatEndsWithTheConnection)
 
 TEST(HTTP_TLS, AnUploadIsSentAndAnAnswerDuringItEndsTheSending)
 {
-    Secure secure({answer_each({ok}), [](Connection& connection) {
+    std::promise<void> answered;
+    Secure secure({answer_each({ok}), [&answered](Connection& connection) {
                        connection.head();
                        connection.part_of_body(8);
                        connection.send(http_answer("507 Full"));
+                       answered.set_value();
                        connection.stall();
                        connection.reset();
                    }});
@@ -245,6 +248,8 @@ TEST(HTTP_TLS, AnUploadIsSentAndAnAnswerDuringItEndsTheSending)
     }
     const HTTP_Connection::Ptr upload = secure.session->start_post(request);
     ASSERT_NE(upload.get(), nullptr);
+    EXPECT_EQ(upload->write("hello", 5), 5U);
+    answered.get_future().wait();
     int writes = 0;
     while (writes < 1000 && upload->write(data.data(), data.size()) == data.size())
         ++writes;

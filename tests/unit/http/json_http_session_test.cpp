@@ -179,11 +179,12 @@ TEST(JSON_HTTP_Session_Test, TheDepthIsLimited)
 
 TEST(JSON_HTTP_Session_Test, TheLengthIsLimited)
 {
+    const std::string element = ",\"" + std::string(1021, 'x') + '"';
     std::string text = "[0";
-    while (text.size() < max_mebibytes * 1048576 - 10)
-        text += ",12345";
+    while (text.size() + element.size() < max_mebibytes * 1048576)
+        text += element;
     EXPECT_TRUE(get_text(text + "]").done);
-    EXPECT_FALSE(get_text(text + ",1234567,1234567]").done);
+    EXPECT_FALSE(get_text(text + element + "]").done);
 }
 
 TEST(JSON_HTTP_Session_Test, AnElementIsLimitedWhileItIsRead)
