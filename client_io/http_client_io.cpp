@@ -372,7 +372,7 @@ bool HTTP_Client_IO::seek(std::uint64_t offset, std::uint64_t length)
 std::uint64_t HTTP_Client_IO::size(const char* path)
 {
     if (simple_request(path, HTTP_Request::HEAD, {}))
-        return head_size_;
+        return head_size_.value_or(0);
     // Other servers lead from a directory's name to the same with a slash behind it.
     const bool is_directory = status_ == 405 || (webdav_ && status_ == 301);
     return is_connected() && is_directory ? size_of_directory : size_unknown;
@@ -557,8 +557,8 @@ bool HTTP_Client_IO::start_upload()
     }
     unconfirmed_path_ = confirmed ? std::string() : path_;
     if (connection_.get() == nullptr) {
-        transport_error(request_.method() == HTTP_Request::POST ? "Failed to send POST request to"
-                                                                : "Failed to send PUT request to",
+        const char* const method = HTTP_Request::method_name(request_.method());
+        transport_error(format_text("Failed to send %s request to", method).c_str(),
                         full_url(request_.uri()));
         open_connection();
         return false;
@@ -624,7 +624,7 @@ bool HTTP_Client_IO::simple_request(const char* path, HTTP_Request::Method metho
     status_ = response.status();
     if (method == HTTP_Request::HEAD) {
         // That of a failure is the length of its text.
-        head_size_ = is_success(status_) ? response.content_length().value_or(0) : 0;
+        head_size_ = is_success(status_) ? response.content_length() : std::nullopt;
         head_version_ = version_of(response);
     }
     retriable_ = CGI_Response::retriable(status_);
@@ -703,7 +703,7 @@ bool HTTP_Client_IO::open_file(const char* path, unsigned mode, std::uint64_t of
         simple_request(path, HTTP_Request::HEAD, {});
         if (!is_connected())
             return false;
-        size_ = head_size_;
+        size_ = head_size_.value_or(0);
     }
     switch (mode_) {
     case mode_read:
@@ -734,6 +734,9 @@ bool HTTP_Client_IO::open_for_append(std::uint64_t offset)
     if (status_ == 200) {
         if (webdav_)
             return refuse(not_in_dialect);
+        if (!head_size_) // its start would be taken for its end
+            return refuse(format_text("Failed to HEAD %s: the answer has no Content-Length",
+                                      full_url(request_.uri()).c_str()));
         position_ = size_;
         request_.headers().put(HTTP_Headers::content_range, content_range(size_));
     } else if (status_ != 404) {

@@ -4,6 +4,7 @@
 #include "platform/http/http_session.h"
 
 #include <ace/Message_Block.h>
+#include <optional>
 
 /// Storage that an HTTP server keeps.
 ///
@@ -137,7 +138,7 @@ private:
     /// Bytes that the download shall still give, and whether that is known.
     std::uint64_t left_ = 0;
     bool left_known_ = false;
-    std::uint64_t head_size_ = 0; ///< of the file that the last HEAD was about
+    std::optional<std::uint64_t> head_size_; ///< of the file that the last HEAD was about
     std::string head_version_;
     std::string version_; ///< of the file that is being read
     /// The file whose replacement began without a word of the server; it may still hold the old

@@ -51,9 +51,9 @@ bool HTTP_Connection::start(const HTTP_Request& request, const std::string& host
     std::string head = HTTP_Request::method_name(request.method());
     head.append(" ").append(request.uri()).append(" HTTP/1.1\r\n");
     if (headers.get(HTTP_Headers::host) == nullptr)
-        head += "Host: " + host + "\r\n";
+        head.append("Host: ").append(host).append("\r\n");
     for (const auto& [name, value] : headers)
-        head += name + ": " + value + "\r\n";
+        head.append(name).append(": ").append(value).append("\r\n");
     head += "\r\n";
 
     error_ = {};

@@ -251,8 +251,9 @@ TEST(HTTP_Client_IO_Files, RequestsBesideAnOpenFileGoBesideItsConnection)
     EXPECT_EQ(target.io.size(), 5U);
     EXPECT_TRUE(target.io.write(", world", 7));
     EXPECT_TRUE(target.io.close()) << target.io.error();
-    EXPECT_EQ(target.sent()[1],
-              "POST /base/a HTTP/1.1|Host: SERVER|Transfer-Encoding: chunked||hello, world");
+    EXPECT_THAT(target.sent(),
+                testing::Contains("POST /base/a HTTP/1.1|Host: SERVER|Transfer-Encoding: chunked||"
+                                  "hello, world"));
     EXPECT_EQ(target.server.connections(), 2U);
 }
 

@@ -134,6 +134,16 @@ TEST(HTTP_Client_IO_Write, AppendIsNotTriedWhenTheSizeIsNotKnown)
     }
 }
 
+TEST(HTTP_Client_IO_Write, AppendIsNotTriedWhenTheServerDoesNotTellTheSize)
+{
+    HTTP_Target target({answer_each({"HTTP/1.1 200 OK\r\n\r\n"})});
+    EXPECT_FALSE(target.io.open("a", Base::mode_append, 0, 0));
+    EXPECT_EQ(target.io.error(),
+              "Failed to HEAD " + target.url("a") + ": the answer has no Content-Length");
+    EXPECT_FALSE(target.io.is_open());
+    EXPECT_THAT(target.sent(), ElementsAre(head));
+}
+
 TEST(HTTP_Client_IO_Write, AppendTakesNoOffset)
 {
     HTTP_Target target({answer_each({ten_bytes})});
