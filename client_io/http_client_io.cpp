@@ -204,6 +204,7 @@ bool HTTP_Client_IO::write(const void* buf, std::uint64_t size)
     if (connection_->write(buf, size) == size) {
         position_ += size;
         size_ = std::max(size_, position_);
+        note_replacement();
         return true;
     }
     // The server may have said why it takes no more.
@@ -236,7 +237,7 @@ bool HTTP_Client_IO::connect(const URI& uri, const Options& options)
     forward_ = options.forward;
     webdav_ = settings.webdav;
     tls_settings_ = settings.tls;
-    unconfirmed_path_.clear();
+    replacement_ = {};
     return reconnect();
 }
 
@@ -372,7 +373,7 @@ bool HTTP_Client_IO::seek(std::uint64_t offset, std::uint64_t length)
 std::uint64_t HTTP_Client_IO::size(const char* path)
 {
     if (simple_request(path, HTTP_Request::HEAD, {}))
-        return head_size_.value_or(0);
+        return head_size_.value_or(0); // some say nothing of an empty file
     // Other servers lead from a directory's name to the same with a slash behind it.
     const bool is_directory = status_ == 405 || (webdav_ && status_ == 301);
     return is_connected() && is_directory ? size_of_directory : size_unknown;
@@ -543,19 +544,19 @@ bool HTTP_Client_IO::start_upload()
     request_.headers().put(HTTP_Headers::transfer_encoding, "chunked");
     connection_ = HTTP_Connection::Ptr();
     open_ = false;
-    bool confirmed = true;
     if (overwrite_now_ || webdav_) {
         request_.method(HTTP_Request::PUT);
-        // Until the server says that it has begun to replace the file, it may still show the old
-        // contents, which a resumed upload would take for its own beginning.
+        // Until the server names the file that it has begun, it may still show the old contents,
+        // which a resumed upload would take for its own beginning.
         const bool replaces = request_.headers().get(HTTP_Headers::content_range) == nullptr;
-        confirmed = !replaces;
-        connection_ = session_->start_put(request_, replaces ? &confirmed : nullptr);
+        bool goes_on = false;
+        if (replaces)
+            replacement_ = {path_, {}};
+        connection_ = session_->start_put(request_, replaces ? &goes_on : nullptr);
     } else {
         request_.method(HTTP_Request::POST);
         connection_ = session_->start_post(request_);
     }
-    unconfirmed_path_ = confirmed ? std::string() : path_;
     if (connection_.get() == nullptr) {
         const char* const method = HTTP_Request::method_name(request_.method());
         transport_error(format_text("Failed to send %s request to", method).c_str(),
@@ -563,6 +564,7 @@ bool HTTP_Client_IO::start_upload()
         open_connection();
         return false;
     }
+    note_replacement();
     open_ = true;
     overwrite_now_ = false;
     return true;
@@ -598,7 +600,7 @@ bool HTTP_Client_IO::finish_upload()
             "Failed to send body to %s: the server answered before it had all of it", url.c_str());
         return false;
     }
-    unconfirmed_path_.clear();
+    replacement_ = {};
     return true;
 }
 
@@ -626,6 +628,8 @@ bool HTTP_Client_IO::simple_request(const char* path, HTTP_Request::Method metho
         // That of a failure is the length of its text.
         head_size_ = is_success(status_) ? response.content_length() : std::nullopt;
         head_version_ = version_of(response);
+        const std::string* const id = response.headers().get(HTTP_Headers::file_id);
+        head_file_id_ = id != nullptr ? *id : std::string();
     }
     retriable_ = CGI_Response::retriable(status_);
     if (is_success(status_) || (method == HTTP_Request::DELETE_ && status_ == 404))
@@ -694,10 +698,10 @@ bool HTTP_Client_IO::open_file(const char* path, unsigned mode, std::uint64_t of
     for (const auto& [name, value] : given)
         request_.headers().put(name, value);
 
-    const bool goes_on = mode_ == mode_append && overwrite_now_ && unconfirmed_path_ == path_;
-    if (goes_on && offset == 0)
+    if (mode_ != mode_append || offset != 0 || replacement_.path != path_)
+        replacement_ = {};
+    else if (replacement_.file_id.empty() && overwrite_now_)
         return start_over();
-    unconfirmed_path_.clear();
     status_ = 0;
     if (mode_ != mode_write || offset != 0 || !overwrite_now_) {
         simple_request(path, HTTP_Request::HEAD, {});
@@ -737,6 +741,11 @@ bool HTTP_Client_IO::open_for_append(std::uint64_t offset)
         if (!head_size_) // its start would be taken for its end
             return refuse(format_text("Failed to HEAD %s: the answer has no Content-Length",
                                       full_url(request_.uri()).c_str()));
+        if (!replacement_.file_id.empty() && replacement_.file_id != head_file_id_) {
+            replacement_ = {};
+            return refuse(format_text("Failed to resume write to %s, the file was replaced",
+                                      full_url(request_.uri()).c_str()));
+        }
         position_ = size_;
         request_.headers().put(HTTP_Headers::content_range, content_range(size_));
     } else if (status_ != 404) {
@@ -776,8 +785,15 @@ bool HTTP_Client_IO::make_webdav_directory(const std::string& path)
     return false;
 }
 
-/// Goes on with the replacement of a file that the server never confirmed: from its start, since
-/// what the server shows may be the old contents.
+/// Takes down which file the server has begun in place of the old one; it may say so late.
+void HTTP_Client_IO::note_replacement()
+{
+    if (replacement_.path == path_ && replacement_.file_id.empty())
+        replacement_.file_id = connection_->file_id();
+}
+
+/// Goes on with the replacement of a file of which the server never said that it had begun: from
+/// its start, since what the server shows may be the old contents.
 bool HTTP_Client_IO::start_over()
 {
     mode_ = mode_write;

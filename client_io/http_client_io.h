@@ -93,6 +93,7 @@ private:
 
     bool open_file(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size);
     bool open_for_append(std::uint64_t offset);
+    void note_replacement();
     bool start_over();
     bool copy_or_move(HTTP_Request::Method method, const char* src, const char* dst,
                       bool overwrite);
@@ -141,7 +142,15 @@ private:
     std::optional<std::uint64_t> head_size_; ///< of the file that the last HEAD was about
     std::string head_version_;
     std::string version_; ///< of the file that is being read
-    /// The file whose replacement began without a word of the server; it may still hold the old
-    /// contents. Empty when there is none.
-    std::string unconfirmed_path_;
+    std::string head_file_id_;
+
+    /// The replacement of a file that was begun and is not complete.
+    struct Replacement
+    {
+        std::string path; ///< empty: there is none
+        /// The new file, as the server named it when it was there; empty: what the server shows may
+        /// still be the old one.
+        std::string file_id;
+    };
+    Replacement replacement_;
 };

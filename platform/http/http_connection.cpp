@@ -59,6 +59,7 @@ bool HTTP_Connection::start(const HTTP_Request& request, const std::string& host
     error_ = {};
     answered_ = false;
     head_read_ = false;
+    file_id_.clear();
     to_head_ = request.method() == HTTP_Request::HEAD;
     const std::string* length = headers.get(HTTP_Headers::content_length);
     const bool chunked = headers.get(HTTP_Headers::transfer_encoding) != nullptr;
@@ -82,11 +83,9 @@ bool HTTP_Connection::await_continue(std::chrono::milliseconds timeout)
         }
         return false;
     }
-    if (head_.status == 100)
-        return true;
-    if (head_.status >= 200)
-        head_read_ = true;
-    return false;
+    note_interim();
+    head_read_ = head_.status >= 200;
+    return head_.status == 100;
 }
 
 std::uint64_t HTTP_Connection::write(const void* data, std::uint64_t size)
@@ -143,6 +142,7 @@ bool HTTP_Connection::read_response_header(HTTP_Response& response)
             return false;
         if (head_.status == 101 || interim == max_interim)
             return fail(asio_error::connection_aborted, "an answer that nobody asked for");
+        note_interim();
         head_read_ = head_.status >= 200;
     }
     response = {};
@@ -185,8 +185,9 @@ std::int64_t HTTP_Connection::read_body(ACE_Message_Block& block)
 bool HTTP_Connection::skip_body(std::uint64_t limit)
 {
     ACE_Message_Block block(receive_size);
+    const Deadline deadline(receive_timeout_);
     std::uint64_t skipped = 0;
-    while (state_ == receiving && skipped <= limit) {
+    while (state_ == receiving && skipped <= limit && deadline.left().count() > 0) {
         block.reset();
         const std::int64_t n = read_body(block);
         if (n < 0)
@@ -292,6 +293,14 @@ bool HTTP_Connection::read_head(const Deadline& deadline)
         if (!receive_more(receive_size, deadline))
             return false;
     }
+}
+
+/// Takes what an interim answer has to say.
+void HTTP_Connection::note_interim()
+{
+    const std::string* const id = head_.headers.get(HTTP_Headers::file_id);
+    if (head_.status == 100 && id != nullptr)
+        file_id_ = *id;
 }
 
 /// After a failure to send: whether the server has answered, which is why it takes no more. Then

@@ -67,6 +67,8 @@ public:
     /// @return bytes sent; fewer than @p size on failure. last_error() then is 0 when the server
     ///         has answered already, which ends the sending.
     std::uint64_t write(const void* data, std::uint64_t size);
+    /// The file that a server named with its "100 Continue"; empty when it has not.
+    const std::string& file_id() const { return file_id_; }
     /// Whether nothing of the request is left to send.
     bool body_sent() const { return body_sent_; }
 
@@ -77,7 +79,8 @@ public:
     /// system has as much.
     /// @return bytes, 0 at the end of the body, -1 on failure, which an end before its time is
     std::int64_t read_body(ACE_Message_Block& block);
-    /// Reads what is left of the body and forgets it, up to @p limit bytes.
+    /// Reads what is left of the body and forgets it, up to @p limit bytes, and no longer than a
+    /// receive may take.
     /// @return whether the end was reached
     bool skip_body(std::uint64_t limit);
 
@@ -97,6 +100,7 @@ private:
     bool receive_more(std::size_t most, const Deadline& deadline);
     bool read_head(const Deadline& deadline);
     bool has_answer();
+    void note_interim();
     std::int64_t take_received(ACE_Message_Block& block, std::uint64_t most);
     std::int64_t read_chunked(ACE_Message_Block& block);
     std::int64_t cut_short();
@@ -109,6 +113,7 @@ private:
     Transport_Error error_;
     std::string received_; ///< what was received and not used yet begins at used_
     std::size_t used_ = 0;
+    std::string file_id_;
     HTTP_Response_Head head_;
     bool head_read_ = false; ///< head_ is the final answer's
     bool to_head_ = false;   ///< the request is a HEAD

@@ -47,6 +47,8 @@ const char* HTTP_Headers::name(Id id)
         return "ETag";
     case expect:
         return "Expect";
+    case file_id:
+        return "X-File-Id";
     case host:
         return "Host";
     case last_modified:

@@ -23,6 +23,9 @@ public:
         destination,
         entity_tag,
         expect,
+        /// Names the file that a server stores, whatever its contents: a file that is put in its
+        /// place has another one.
+        file_id,
         host,
         last_modified,
         location,

@@ -52,13 +52,16 @@ HTTP_Exchange::HTTP_Exchange(Peer_Stream& stream, Peer_Deadline& deadline,
     : stream_(stream), deadline_(deadline), limits_(limits), rest_(rest)
 {}
 
-asio::awaitable<bool> HTTP_Exchange::accept_body()
+asio::awaitable<bool> HTTP_Exchange::accept_body(std::string_view file_id)
 {
     if (!head.expects_continue || continued_)
         co_return true;
     continued_ = true;
     deadline_.set_rate(now(), limits_.body_time, limits_.least_rate);
-    co_return co_await stream_.write("HTTP/1.1 100 Continue\r\n\r\n");
+    std::string text = "HTTP/1.1 100 Continue\r\n";
+    text.append(HTTP_Headers::name(HTTP_Headers::file_id)).append(": ").append(file_id);
+    text += "\r\n\r\n";
+    co_return co_await stream_.write(text);
 }
 
 asio::awaitable<HTTP_Exchange::Body> HTTP_Exchange::read_body(std::string_view& data)

@@ -32,8 +32,12 @@ public:
     bool is_head_request() const { return head.method == "HEAD"; }
     bool has_body() const { return head.framing != Body_Framing::none; }
 
-    /// Tells a peer that waits for it to send the body. @return false when the peer is gone
-    boost::asio::awaitable<bool> accept_body();
+    /// Tells a peer that waits for it to send the body.
+    /// @param file_id  names the file that it goes into
+    /// @return false when the peer is gone
+    boost::asio::awaitable<bool> accept_body(std::string_view file_id);
+    /// Whether the client has closed its side. One that waits for an answer does not.
+    bool is_client_gone() const { return stream_.is_peer_gone(); }
     enum class Body
     {
         data,

@@ -6,6 +6,7 @@
 #include <boost/asio/use_awaitable.hpp>
 #include <cerrno>
 #include <openssl/err.h>
+#include <poll.h>
 #include <sys/sendfile.h>
 #include <sys/socket.h>
 
@@ -156,6 +157,12 @@ asio::awaitable<bool> Peer_Stream::send_file(int file, std::uint64_t offset, std
             co_return false;
     }
     co_return size == 0;
+}
+
+bool Peer_Stream::is_peer_gone()
+{
+    pollfd peer = {socket_.native_handle(), POLLRDHUP, 0};
+    return ::poll(&peer, 1, 0) > 0;
 }
 
 void Peer_Stream::end_output()

@@ -38,6 +38,8 @@ public:
 
     /// Says that nothing more is written; the peer may still be.
     void end_output();
+    /// Whether the peer has closed its side, or the connection is broken.
+    bool is_peer_gone();
 
     /// The present wait, and every operation up to resume(), fails.
     void interrupt();

@@ -188,8 +188,13 @@ asio::awaitable<void> Server_Connection::serve(HTTP_Exchange& exchange)
 asio::awaitable<bool> Server_Connection::authenticate(HTTP_Exchange& exchange)
 {
     const std::shared_ptr<Authenticator> users = context_.users.load();
-    if (users == nullptr)
-        co_return true;
+    if (users == nullptr) {
+        // A browser sends it for a page that somebody else has written.
+        if (exchange.head.headers.get("Origin") == nullptr)
+            co_return true;
+        co_await exchange.answer_error(403, "Pages of other servers have no access");
+        co_return false;
+    }
     const bool passwords = stream_.is_encrypted() || is_local_;
     const std::string* const given = exchange.head.headers.get(HTTP_Headers::authorization);
     auto verdict = Authenticator::Verdict::refused;

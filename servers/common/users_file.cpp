@@ -57,7 +57,8 @@ const char* parse_line(std::string_view line, User& user)
         if (word == "read-only")
             user.account.read_only = true;
         else if (!word.starts_with(root_start) ||
-                 !http_decode_string(word.substr(root_start.size()), user.account.root))
+                 !http_decode_string(word.substr(root_start.size()), user.account.root) ||
+                 user.account.root.empty()) // or a slip would give away everything
             return "behind the secret only root=PATH and read-only may follow";
     }
 }

@@ -16,6 +16,9 @@ struct File_Key
 
     static File_Key of(const struct stat& info) { return {info.st_dev, info.st_ino}; }
     friend bool operator==(const File_Key&, const File_Key&) = default;
+
+    /// For those who only compare it.
+    std::string text() const { return std::to_string(device) + '-' + std::to_string(file); }
 };
 
 /// Walks a directory tree, each directory's entries before what follows it, without following

@@ -187,6 +187,7 @@ Storage_Status Local_Storage_Tree::status_of(const struct stat& info) const
     status.mtime_ns = nanoseconds(info.st_mtim);
     if (!status.is_dir) {
         status.size = static_cast<std::uint64_t>(info.st_size);
+        status.file_id = File_Key::of(info).text();
         // Asked for after the file was examined: an upload that begins between makes the tag one
         // that no other state of the file has.
         status.entity_tag = entity_tag(info, state_->uploads.version(File_Key::of(info)));

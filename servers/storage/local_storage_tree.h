@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <mutex>
+#include <vector>
 
 /// What a tree and its subtrees share.
 struct Storage_State
@@ -23,6 +24,12 @@ struct Storage_State
     /// it, so that what is at the name is still what he looked at.
     std::mutex& name_lock(int directory, std::string_view name);
 
+    /// Files that the disk has failed to take. The system tells of it once; what it still shows of
+    /// such a file may be gone, so that no upload may go on in it.
+    void mark_damaged(const File_Key& file);
+    void forget_damage(const File_Key& file);
+    bool is_damaged(const File_Key& file);
+
     const bool sync;
     Storage_Quota quota;
     Uploads_Under_Way uploads;
@@ -31,6 +38,8 @@ struct Storage_State
 
 private:
     std::array<std::mutex, 64> name_locks_;
+    std::mutex damaged_mutex_;
+    std::vector<File_Key> damaged_;
 };
 
 /// The tree of a directory of this system.

@@ -1,6 +1,7 @@
 #include "servers/storage/local_storage_tree.h"
 #include "servers/storage/temporary_entry.h"
 
+#include <algorithm>
 #include <chrono>
 #include <fcntl.h>
 #include <limits>
@@ -38,6 +39,25 @@ void set_mode(int file, mode_t present, mode_t wanted)
 
 } // namespace
 
+void Storage_State::mark_damaged(const File_Key& file)
+{
+    const std::lock_guard guard(damaged_mutex_);
+    if (std::find(damaged_.begin(), damaged_.end(), file) == damaged_.end())
+        damaged_.push_back(file);
+}
+
+void Storage_State::forget_damage(const File_Key& file)
+{
+    const std::lock_guard guard(damaged_mutex_);
+    std::erase(damaged_, file);
+}
+
+bool Storage_State::is_damaged(const File_Key& file)
+{
+    const std::lock_guard guard(damaged_mutex_);
+    return std::find(damaged_.begin(), damaged_.end(), file) != damaged_.end();
+}
+
 class Local_Storage_Tree::Local_Upload : public Storage_Tree::Upload
 {
 public:
@@ -51,13 +71,15 @@ public:
     void has_new_name(File_Handle directory) { directory_ = std::move(directory); }
     /// Joins the uploads under way in place of an older one of the file.
     /// @return not_found when the file has lost its name before
-    Storage_Result join();
+    /// @param is_new  whether the file was made for it
+    Storage_Result join(bool is_new);
     /// What the path led to before; unless it is said, what the file itself was when it joined.
     void replaces(const struct stat& before) { before_ = before; }
     Storage_Result cut(std::uint64_t size);
     /// Ends the beginning: from here on a newer upload may take over.
     void start_at(std::uint64_t offset);
 
+    std::string file_id() const override { return key_.text(); }
     Storage_Result write(std::string_view data) override;
     Storage_Result finish() override;
 
@@ -92,7 +114,7 @@ Local_Storage_Tree::Local_Upload::~Local_Upload()
     }
 }
 
-Storage_Result Local_Storage_Tree::Local_Upload::join()
+Storage_Result Local_Storage_Tree::Local_Upload::join(bool is_new)
 {
     struct stat info;
     if (fstat(file_.get(), &info) != 0)
@@ -100,6 +122,10 @@ Storage_Result Local_Storage_Tree::Local_Upload::join()
     if (!S_ISREG(info.st_mode))
         return {Storage_Failure::denied};
     key_ = File_Key::of(info);
+    if (is_new)
+        state_->forget_damage(key_); // of another file that had this number
+    else if (state_->is_damaged(key_))
+        return storage_error(EIO);
     membership_ = state_->uploads.begin(key_);
     if (fstat(file_.get(), &before_) != 0)
         return last_storage_error();
@@ -184,8 +210,14 @@ Storage_Result Local_Storage_Tree::Local_Upload::finish()
         state_->uploads.end(key_, membership_.entry);
     }
     membership_ = {};
-    if (state_->sync &&
-        (fsync(file_.get()) != 0 || (directory_ && !sync_directory(directory_.get()))))
+    if (!state_->sync)
+        return {};
+    if (fsync(file_.get()) != 0) {
+        const Storage_Result failure = last_storage_error();
+        state_->mark_damaged(key_);
+        return fail(failure);
+    }
+    if (directory_ && !sync_directory(directory_.get()))
         return fail(last_storage_error());
     return {};
 }
@@ -299,7 +331,7 @@ Storage_Result Local_Storage_Tree::create_file(const Storage_Path& path,
     set_mode(file.get(), info.st_mode, mode);
     upload = std::make_unique<Local_Upload>(state_, options, std::move(file));
     upload->has_new_name(std::move(parent));
-    return upload->join();
+    return upload->join(true);
 }
 
 Storage_Result Local_Storage_Tree::replace_file(const Storage_Path& path,
@@ -329,7 +361,7 @@ Storage_Result Local_Storage_Tree::replace_file(const Storage_Path& path,
     upload = std::make_unique<Local_Upload>(
         state_, options, File_Handle(fcntl(temporary.handle(), F_DUPFD_CLOEXEC, 0)));
     // Before others can see the file and upload into it.
-    if (const Storage_Result joined = upload->join(); !joined)
+    if (const Storage_Result joined = upload->join(true); !joined)
         return joined;
     upload->start_at(0);
     if (const auto placed =
@@ -368,5 +400,5 @@ Storage_Result Local_Storage_Tree::open_existing(const Storage_Path& path, bool 
     upload = std::make_unique<Local_Upload>(state_, options, std::move(file));
     // The upload that this one goes on with may have ended before the name was on the disk.
     upload->has_new_name(std::move(parent));
-    return upload->join();
+    return upload->join(is_new);
 }

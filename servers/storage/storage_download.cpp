@@ -40,6 +40,7 @@ HTTP_Headers headers_of(const Storage_Status& status)
     headers.put(HTTP_Headers::content_type, "application/octet-stream");
     headers.put("Accept-Ranges", "bytes");
     headers.put("ETag", status.entity_tag);
+    headers.put(HTTP_Headers::file_id, status.file_id);
     headers.put(HTTP_Headers::last_modified, http_date(seconds_of(status.mtime_ns)));
     return headers;
 }

@@ -53,6 +53,14 @@ asio::awaitable<void> Storage_Service::serve(HTTP_Exchange& exchange)
         co_await exchange.answer_error(403, "Read-only");
         co_return;
     }
+    for (const char* const name : {"Content-Range", "Destination", "If-Match", "If-None-Match",
+                                   "If-Range", "Overwrite", "Range"})
+    {
+        if (exchange.head.headers.count(name) > 1) {
+            co_await exchange.answer_error(400, std::string("More than one ") + name);
+            co_return;
+        }
+    }
     Storage_Result result;
     std::shared_ptr<Storage_Tree> tree = tree_;
     if (account != nullptr && !account->root.empty())

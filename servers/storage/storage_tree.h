@@ -40,6 +40,7 @@ struct Storage_Status
     std::uint64_t size = 0;    ///< bytes
     std::int64_t mtime_ns = 0; ///< nanoseconds since 1970, UTC
     /// With its quotes; another one after every change of contents. Empty for directories.
+    std::string file_id; ///< of a file; another one when it is replaced
     std::string entity_tag;
 };
 
@@ -145,6 +146,8 @@ class Storage_Tree::Upload
 {
 public:
     virtual ~Upload() = default;
+    /// As Storage_Status has it.
+    virtual std::string file_id() const = 0;
     /// Writes at the present place, which moves behind the data.
     virtual Storage_Result write(std::string_view data) = 0;
     /// Completes the file: sets its time and, unless switched off, waits until the disk has it.

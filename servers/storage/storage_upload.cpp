@@ -22,6 +22,12 @@ Storage_Service::Answer Storage_Service::upload(HTTP_Exchange& exchange, Storage
         co_await exchange.answer_error(400, std::move(wrong));
         co_return;
     }
+    // A request that was read late may be one that its client has given up and followed by another,
+    // which this one would undo.
+    if ((exchange.head.expects_continue || request.has_range) && exchange.is_client_gone()) {
+        exchange.fail_answer();
+        co_return;
+    }
     std::unique_ptr<Storage_Tree::Upload> upload;
     Storage_Result result = co_await run_blocking(disk_, [&] {
         return tree.upload(exchange.path, request.has_range ? part : whole, request.first,
@@ -31,8 +37,8 @@ Storage_Service::Answer Storage_Service::upload(HTTP_Exchange& exchange, Storage
         co_await answer_failure(exchange, result, false);
         co_return;
     }
-    // From here on the old contents are gone, which is what "100 Continue" tells.
-    const bool accepted = co_await exchange.accept_body();
+    // From here on the old contents are gone, and "100 Continue" names what is there now.
+    const bool accepted = co_await exchange.accept_body(upload->file_id());
     if (!accepted) {
         exchange.fail_answer();
         co_return;

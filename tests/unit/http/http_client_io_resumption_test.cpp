@@ -13,7 +13,8 @@ using ::testing::HasSubstr;
 using Connection = Scripted_Server::Connection;
 using Base = Client_IO_Base;
 
-constexpr std::string_view go_on = "HTTP/1.1 100 Continue\r\n\r\n";
+const std::string id = "X-File-Id: 7-1\r\n";
+const std::string go_on = "HTTP/1.1 100 Continue\r\n" + id + "\r\n";
 const std::string ok = http_answer("200 OK");
 const std::string missing = "HTTP/1.1 404 Missing\r\nContent-Length: 0\r\n\r\n";
 const std::string digits = "0123456789";
@@ -115,7 +116,7 @@ TEST_F(HTTP_Client_IO_Resumption, AConfirmedUploadGoesOnWhereItWasCut)
                  connection.part_of_body(10);
                  connection.reset();
              },
-             answer_each({file_of(5), ok})});
+             answer_each({file_of(5, id), ok})});
     ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
     EXPECT_TRUE(io_.write("01234", 5));
     EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
@@ -123,6 +124,39 @@ TEST_F(HTTP_Client_IO_Resumption, AConfirmedUploadGoesOnWhereItWasCut)
     EXPECT_THAT(came(),
                 testing::ElementsAre("PUT /base/a", "HEAD /base/a", "PUT /base/a bytes 5--1/*"));
     EXPECT_EQ(unchunked(server_->requests()[2].body), "56789");
+}
+
+TEST_F(HTTP_Client_IO_Resumption, AnUploadGoesOnInTheFileThatItBeganOnly)
+{
+    // Somebody else has replaced it meanwhile.
+    connect({[](Connection& connection) {
+                 connection.head();
+                 connection.send(go_on);
+                 connection.part_of_body(10);
+                 connection.reset();
+             },
+             answer_each({file_of(5, "X-File-Id: 7-2\r\n")})});
+    ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+    EXPECT_TRUE(io_.write("01234", 5));
+    EXPECT_FALSE(io_.write("56789", 5) && io_.close());
+    EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "HEAD /base/a"));
+}
+
+TEST_F(HTTP_Client_IO_Resumption, AContinueThatNamesNoFileIsSomebodyElsesInBetween)
+{
+    connect({[](Connection& connection) {
+                 connection.head();
+                 connection.send("HTTP/1.1 100 Continue\r\n\r\n");
+                 connection.part_of_body(10);
+                 connection.reset();
+             },
+             answer_each({ok})});
+    ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+    EXPECT_TRUE(io_.write("01234", 5));
+    EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
+    EXPECT_TRUE(io_.close()) << io_.error();
+    EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "PUT /base/a"));
+    EXPECT_EQ(unchunked(server_->requests()[1].body), "0123456789");
 }
 
 TEST_F(HTTP_Client_IO_Resumption, AnUnconfirmedReplacementIsStartedOver)
@@ -176,7 +210,7 @@ TEST_F(HTTP_Client_IO_Resumption, AStartedOverReplacementThatIsConfirmedGoesOnLa
                  connection.part_of_body(10);
                  connection.reset();
              },
-             answer_each({file_of(5), ok})});
+             answer_each({file_of(5, id), ok})});
     ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
     EXPECT_TRUE(io_.write("01234", 5));
     EXPECT_TRUE(io_.write("56789", 5)) << io_.error();

@@ -6,7 +6,7 @@
 Scripted_Server::Request take_request(Scripted_Server::Connection& connection)
 {
     if (connection.head().field("Expect") == "100-continue")
-        connection.send("HTTP/1.1 100 Continue\r\n\r\n");
+        connection.send("HTTP/1.1 100 Continue\r\nX-File-Id: 1\r\n\r\n");
     return connection.body();
 }
 

@@ -78,13 +78,24 @@ TEST_F(Storage_Durability, AReplacedFileIsSyncedBeforeItsName)
     EXPECT_EQ(synced, inodes({"d/old", "d"}));
 }
 
-TEST_F(Storage_Durability, AFileThatHasItsNameIsSyncedAlone)
+TEST_F(Storage_Durability, AnUploadThatGoesOnSyncsTheNameThatTheBrokenOneMayHaveLeftUnsynced)
 {
     ASSERT_EQ(put("d/old", "x", Kind::within), Failure::none);
-    EXPECT_EQ(synced, inodes({"d/old"}));
+    EXPECT_EQ(synced, inodes({"d/old", "d"}));
     synced.clear();
     ASSERT_EQ(put("d/old", "x", Kind::cut), Failure::none);
-    EXPECT_EQ(synced, inodes({"d/old"}));
+    EXPECT_EQ(synced, inodes({"d/old", "d"}));
+}
+
+TEST_F(Storage_Durability, NoUploadGoesOnInAFileThatTheDiskDidNotTake)
+{
+    // The system tells of the failure once, and then takes the file for one that is on the disk.
+    failures = 1;
+    EXPECT_EQ(put("d/new", "lost"), Failure::failed);
+    EXPECT_EQ(put("d/new", "", Kind::within), Failure::failed);
+    EXPECT_EQ(put("d/new", "", Kind::cut), Failure::failed);
+    EXPECT_EQ(put("d/new", "again", Kind::replace), Failure::none);
+    EXPECT_EQ(put("d/new", "", Kind::within), Failure::none);
 }
 
 TEST_F(Storage_Durability, DirectoriesOnTheWayAreSyncedInTheirParents)
