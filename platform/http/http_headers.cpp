@@ -29,8 +29,6 @@ bool is_value_character(char c)
 const char* HTTP_Headers::name(Id id)
 {
     switch (id) {
-    case accept:
-        return "Accept";
     case authorization:
         return "Authorization";
     case connection:

@@ -14,8 +14,7 @@ public:
     /// fixed; the others mean nothing outside the program.
     enum Id : unsigned
     {
-        accept = 1,
-        authorization,
+        authorization = 1,
         connection,
         content_length,
         content_range,

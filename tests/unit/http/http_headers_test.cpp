@@ -92,7 +92,7 @@ TEST(HTTP_Headers_Test, TheNumberOfTheForwardFieldIsFixed)
 
 TEST(HTTP_Headers_Test, EveryNumberedFieldHasAValidName)
 {
-    for (unsigned id = HTTP_Headers::accept; id <= HTTP_Headers::user_agent; ++id)
+    for (unsigned id = HTTP_Headers::authorization; id <= HTTP_Headers::user_agent; ++id)
         EXPECT_TRUE(HTTP_Headers::is_valid(HTTP_Headers::name(HTTP_Headers::Id{id}), "")) << id;
 }
 
