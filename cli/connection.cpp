@@ -8,6 +8,7 @@
 #include "platform/runtime/os_error.h"
 
 #include <ace/OS_NS_errno.h>
+#include <algorithm>
 
 namespace cio
 {
@@ -105,10 +106,10 @@ bool looks_like_uri(const std::string& text)
     const std::size_t end = text.find("://");
     if (end == std::string::npos || end == 0 || !letter(text[0]))
         return false;
-    for (const char c : text.substr(0, end))
-        if (!letter(c) && !(c >= '0' && c <= '9') && c != '+' && c != '-' && c != '.')
-            return false;
-    return true;
+    const auto allowed = [&letter](char c) {
+        return letter(c) || (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.';
+    };
+    return std::all_of(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), allowed);
 }
 
 std::optional<Client_IO_Base::Directory_Entry> find_entry(Client_IO& io, const std::string& path,
