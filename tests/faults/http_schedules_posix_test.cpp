@@ -42,7 +42,7 @@ constexpr std::size_t index_of(Proxy_Fault_Kind kind)
     return static_cast<std::size_t>(kind);
 }
 
-constexpr int schedules_of_each_operation = 150;
+constexpr int schedules_of_each_operation = HTTP_SCHEDULES;
 
 /// What a transfer is and what its connections suffer, all of it drawn from one seed.
 struct Schedule
