@@ -96,10 +96,11 @@ std::uint64_t Put_Worker::find_start(Client_IO& io, const Put_Job& job,
 {
     const bool transforms = transfer_.target.transforms(job.remote);
     const auto record = Resume_Record("put", transfer_.target, job.remote, job.local).load();
-    if (!transforms && job.existing->size == 0)
+    const std::uint64_t there = job.existing.value_or(Partial_File{}).size;
+    if (!transforms && there == 0)
         return 0;
     // What is compressed or encrypted is complete or nothing.
-    const std::uint64_t end = transforms ? status.size : job.existing->size;
+    const std::uint64_t end = transforms ? status.size : there;
     const std::uint64_t at = transforms ? 0 : start_of_comparison(end, record);
     std::string why = obstacle(job, status, transforms, record);
     if (why.empty() && !same_bytes(io, job, at, end, transforms))
@@ -118,7 +119,9 @@ std::string Put_Worker::obstacle(const Put_Job& job, const file_system::Status& 
     if (transforms && record) // it was never completed
         return obstacle_of_target(transfer_.target, job.remote);
     // The size of what is stored says nothing about that of its source.
-    const Partial_File existing{transforms ? 0 : job.existing->size, job.existing->mtime};
+    Partial_File existing = job.existing.value_or(Partial_File{});
+    if (transforms)
+        existing.size = 0;
     return obstacle_to_continuing(existing, {status.size, status.mtime}, status.mtime_seconds(),
                                   record);
 }
