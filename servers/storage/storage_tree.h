@@ -17,7 +17,7 @@ enum class Storage_Failure
     not_collection, ///< a file where a directory is asked for, the path's parents included
     exists,
     not_empty,
-    no_space, ///< of the disk or of the quota
+    no_space, ///< of the disk, of the quota, or in a file of the largest size
     bad_path, ///< a name that no tree holds, or a way out of the root
     denied,   ///< read-only, the system's permissions, what is no file and no directory (pipes,
               ///< devices), the root where it may not be, or a target that is or lies in its source

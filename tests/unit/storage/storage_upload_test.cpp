@@ -211,9 +211,9 @@ TEST_P(Storage_Upload, APositionBeyondTheLargestIsRefused)
 {
     std::unique_ptr<Storage_Tree::Upload> upload;
     const Storage_Result result = tree_->upload("file", Kind::within, 1ULL << 63U, {}, upload);
-    EXPECT_EQ(result.failure, Failure::failed);
+    EXPECT_EQ(result.failure, Failure::no_space);
     EXPECT_EQ(result.errnum, EFBIG);
-    EXPECT_EQ(put("file", "xy", Kind::within, (1ULL << 63U) - 2), Failure::failed);
+    EXPECT_EQ(put("file", "xy", Kind::within, (1ULL << 63U) - 2), Failure::no_space);
     EXPECT_EQ(fs::file_size(on_disk("file")), 0U);
 }
 
