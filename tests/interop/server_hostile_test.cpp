@@ -202,6 +202,33 @@ TEST_F(Server_Hostile, AnEarlyRefusalOfALargeUploadIsReadable)
     EXPECT_EQ(read_local(server_.file("file")), "x");
 }
 
+TEST_F(Server_Hostile, FieldsThatStandTwiceAreRefused)
+{
+    write_local(server_.file("file"), "kept");
+    for (const std::string field :
+         {"Destination: /one\r\nDestination: /two", "Overwrite: T\r\nOverwrite: F",
+          "Range: bytes=0-1\r\nRange: bytes=2-3",
+          "Content-Range: bytes 0--1/*\r\n"
+          "Content-Range: bytes 2--1/*"})
+    {
+        Raw_Peer peer(server_.port());
+        peer.send("MOVE /file HTTP/1.1\r\nHost: h\r\nConnection: close\r\n" + field + "\r\n\r\n");
+        const std::string answer = peer.read_all();
+        EXPECT_EQ(status_of(answer), 400) << field;
+        EXPECT_NE(answer.find("More than one"), std::string::npos) << answer;
+    }
+    EXPECT_EQ(read_local(server_.file("file")), "kept");
+}
+
+TEST_F(Server_Hostile, PagesOfOtherServersHaveNoAccessWithoutUsers)
+{
+    write_local(server_.file("file"), "kept");
+    Raw_Peer peer(server_.port());
+    peer.send("DELETE /file HTTP/1.1\r\nHost: h\r\nOrigin: http://evil.example\r\n\r\n");
+    EXPECT_EQ(status_of(peer.read_to("\r\n\r\n")), 403);
+    EXPECT_EQ(read_local(server_.file("file")), "kept");
+}
+
 TEST_F(Server_Hostile, ContinueIsSentWhenTheOldContentsAreGone)
 {
     write_local(server_.file("file"), "old contents");

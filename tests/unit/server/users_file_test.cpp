@@ -77,6 +77,8 @@ TEST(Users_File, WhatIsWrongIsToldWithItsLineAndNothingOfIt)
                   std::string::npos)
             << secret;
     EXPECT_NE(error_of("alice sha256:" + digest + " rw").find("only root=PATH"), std::string::npos);
+    EXPECT_NE(error_of("alice sha256:" + digest + " root=").find("only root=PATH"),
+              std::string::npos);
     EXPECT_NE(error_of("alice sha256:" + digest + " root=%").find("only root=PATH"),
               std::string::npos);
     EXPECT_EQ(error_of("a sha256:" + digest + "\na sha256:" + digest),
