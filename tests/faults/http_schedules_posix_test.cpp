@@ -378,10 +378,12 @@ TEST_P(Http_Schedules, LoseNothingDoubleNothingAndClaimNothing)
                   << name_of(static_cast<Proxy_Fault_Kind>(kind));
         const bool is_drawn = GetParam() != Operation::download ||
                               (kind != index_of(late) && kind != index_of(repeat));
-        EXPECT_EQ(counts_.faults.at(kind) > 0, is_drawn);
+        // So many schedules that none of the kinds strikes would be a wonder; a few may miss one.
+        constexpr bool many = schedules_of_each_operation >= 100;
+        EXPECT_TRUE(is_drawn ? counts_.faults.at(kind) > 0 || !many : counts_.faults.at(kind) == 0);
     }
     std::cout << "; the server was killed " << kills_ << " times\n";
-    EXPECT_GT(kills_, 5);
+    EXPECT_GT(kills_, schedules_of_each_operation / 30); // of a tenth of the schedules
 }
 
 } // namespace
