@@ -6,7 +6,8 @@
 
 build_packages=(
     g++ cmake ninja-build pkg-config
-    libace-dev libssl-dev libzstd-dev liblzo2-dev libboost1.81-dev nlohmann-json3-dev libcli11-dev
+    libace-dev libssl-dev libzstd-dev liblzo2-dev libyajl-dev
+    libboost1.81-dev nlohmann-json3-dev libcli11-dev
 )
 # diffutils and the like are on every Debian system; these are not.
 test_packages=(

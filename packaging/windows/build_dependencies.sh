@@ -28,7 +28,7 @@ target=x86_64-w64-mingw32
 manifest=SHA256SUMS
 jobs=$(nproc)
 
-source_packages=(ace openssl libzstd lzo2 googletest)
+source_packages=(ace openssl libzstd lzo2 yajl googletest)
 header_packages=(libboost1.81-dev nlohmann-json3-dev libcli11-dev)
 compiler_packages=(gcc-mingw-w64-x86-64-posix g++-mingw-w64-x86-64-posix
     gcc-mingw-w64-x86-64-posix-runtime binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev)
@@ -152,6 +152,33 @@ build_with_cmake()
     DESTDIR=$building/stage cmake --install "$package.build"
 }
 
+# Its generator. Its build files know no compiler for Windows but Microsoft's; its sources do.
+build_yajl()
+{
+    local part objects=()
+    unpack yajl
+    cd yajl/src
+    mkdir -p "$stage/include/yajl" "$stage/lib/pkgconfig"
+    cp api/yajl_{common,gen}.h "$stage/include/yajl/"
+    for part in alloc buf encode gen; do
+        "${launcher[@]}" "$target-gcc-posix" -O2 -DNDEBUG -Wall -I"$stage/include" \
+            -c "yajl_$part.c" -o "yajl_$part.o"
+        objects+=("yajl_$part.o")
+    done
+    "$target-ar" crs "$stage/lib/libyajl.a" "${objects[@]}"
+    cat >"$stage/lib/pkgconfig/yajl.pc" <<END
+prefix=
+libdir=\${prefix}/lib
+includedir=\${prefix}/include
+
+Name: yajl
+Description: generator of JSON texts
+Version: $(sed -nE 's/^SET \(YAJL_(MAJOR|MINOR|MICRO) ([0-9]+)\)$/\2/p' ../CMakeLists.txt | paste -sd .)
+Libs: -L\${libdir} -lyajl
+Cflags: -I\${includedir}
+END
+}
+
 # Nothing is compiled of these: what is installed for Linux is right for Windows too.
 copy_headers()
 {
@@ -192,7 +219,7 @@ copy_licences()
 {
     local package folder=$stage/share/licenses
     mkdir -p "$folder/texts"
-    for package in ace openssl libzstd lzo2; do
+    for package in ace openssl libzstd lzo2 yajl; do
         install -D -m 644 "$package/debian/copyright" "$folder/$package"
     done
     for package in "${header_packages[@]}" gcc-mingw-w64-x86-64-posix-runtime mingw-w64-x86-64-dev; do
@@ -218,6 +245,7 @@ build()
     logged zstd build_with_cmake libzstd build/cmake -DZSTD_BUILD_SHARED=OFF \
         -DZSTD_BUILD_PROGRAMS=OFF -DZSTD_MULTITHREAD_SUPPORT=ON
     logged LZO build_with_cmake lzo2 .
+    logged yajl build_yajl
     logged GoogleTest build_with_cmake googletest .
     logged headers copy_headers
     logged finish finish

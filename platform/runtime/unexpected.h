@@ -10,6 +10,6 @@ void log_unexpected(const char* format, const char* file = __builtin_FILE(),
                     int line = __builtin_LINE());
 
 /// The same for a text with two %s slots, which show the operands' values behind their names:
-/// "=VALUE" for a variable, nothing for a literal.
+/// "=VALUE" for a variable, nothing for a literal. A '%' before a space is the operator.
 void log_unexpected_values(const char* format, const char* left, const char* right,
                            const char* file = __builtin_FILE(), int line = __builtin_LINE());
