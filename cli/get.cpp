@@ -38,6 +38,7 @@ public:
 private:
     void get_one(Client_IO& io, const std::string& path, const std::string& local,
                  bool local_names_tree, bool local_is_directory);
+    bool continue_recorded(const std::string& remote, const std::string& local, bool inside);
     void get_named_file(const std::string& remote, const std::string& local, bool inside,
                         const Client_IO_Base::Directory_Entry& entry);
     void walk(Client_IO& io, const std::string& remote, const std::string& local);
@@ -93,6 +94,10 @@ void Get::get_one(Client_IO& io, const std::string& path, const std::string& loc
 {
     const std::string remote = target_path(path);
     const std::string name = last_name(remote);
+    if (transfer_.resume && !ends_with_separator(path) &&
+        continue_recorded(remote, local_is_directory ? join_path(local, name) : local,
+                          local_is_directory))
+        return;
     const std::uint64_t size =
         remote.empty() ? Client_IO_Base::size_of_directory : io.size(remote.c_str());
     std::optional<Client_IO_Base::Directory_Entry> entry(std::in_place);
@@ -122,6 +127,24 @@ void Get::get_one(Client_IO& io, const std::string& path, const std::string& loc
         walk(io, remote, destination);
 }
 
+/// A partial file whose record names the contents that it was begun from, in the target's own
+/// words, goes on without asking the target for more than to open its source, which says them
+/// again.
+/// @return whether that is the case here
+bool Get::continue_recorded(const std::string& remote, const std::string& local, bool inside)
+{
+    file_system::Status there;
+    if (remote.empty() || transfer_.target.transforms(remote) ||
+        !file_system::status(local.c_str(), !inside, there) || !there.is_file() || there.size == 0)
+        return false;
+    const auto record = Resume_Record("get", transfer_.target, remote, local).load();
+    if (!record || record->tag.empty() || record->size < there.size)
+        return false;
+    transfer_.report.file_found(record->size);
+    pool_.submit({remote, local, *record, inside, true});
+    return true;
+}
+
 /// @param inside  whether the file's own name comes from the target, so that no link of that name
 ///                is followed
 void Get::get_named_file(const std::string& remote, const std::string& local, bool inside,
@@ -131,7 +154,7 @@ void Get::get_named_file(const std::string& remote, const std::string& local, bo
     if (!directory.empty() && !make_top_directory(directory))
         return;
     transfer_.report.file_found(transfer_.target.contents_size(remote, entry.size));
-    pool_.submit({remote, local, {entry.size, entry.mtime}, inside});
+    pool_.submit({remote, local, {entry.size, entry.mtime}, inside, false});
 }
 
 void Get::walk(Client_IO& io, const std::string& remote, const std::string& local)
@@ -160,7 +183,8 @@ void Get::walk(Client_IO& io, const std::string& remote, const std::string& loca
                 pool_.submit({std::move(path),
                               join_path(local, entry.name),
                               {entry.size, entry.mtime},
-                              true});
+                              true,
+                              false});
             }
         }
     }

@@ -53,7 +53,8 @@ void Get_Worker::get(Client_IO& io, const Get_Job& job)
     std::uint64_t compare_from = 0;
     if (exists && transfer_.resume && there.size > 0)
         start = find_start(job, there, compare_from);
-    if (!open_remote(io, job, start, compare_from))
+    Source_Version source = job.source;
+    if (!open_remote(io, job, start, compare_from, source))
         return;
 
     const bool transforms = transfer_.target.transforms(job.remote);
@@ -69,7 +70,7 @@ void Get_Worker::get(Client_IO& io, const Get_Job& job)
         if (!open_local(io, job, exists, start))
             return;
         if (record)
-            record->store(job.source);
+            record->store(source);
         if (start > 0 && !transforms)
             transfer_.report.already_there(start);
         if (!move(io, job, start, expected))
@@ -130,9 +131,10 @@ std::uint64_t Get_Worker::find_start(const Get_Job& job, const file_system::Stat
 /// cost the file that stands at the destination.
 /// @param start  where the partial file ends; becomes 0, with the source opened at its beginning,
 ///               when the source does not hold the same bytes from @p compare_from to there
+/// @param source  what is known of it; becomes what the opened file says
 /// @return false when the file failed, which was told, or was interrupted
 bool Get_Worker::open_remote(Client_IO& io, const Get_Job& job, std::uint64_t& start,
-                             std::uint64_t compare_from)
+                             std::uint64_t compare_from, Source_Version& source)
 {
     const auto fail_remote = [&](const Failure& failure) {
         if (io.is_open())
@@ -143,11 +145,31 @@ bool Get_Worker::open_remote(Client_IO& io, const Get_Job& job, std::uint64_t& s
     const auto open = [&](std::uint64_t offset) {
         size_ = 0;
         if (!io.open(job.remote.c_str(), Client_IO_Base::mode_read, offset, 0))
+            return false;
+        source.tag = io.get_config("file_version");
+        if (job.recorded)
+            source = {io.size(), 0, source.tag};
+        return true;
+    };
+    const auto begin = [&](std::uint64_t offset) {
+        if (!open(offset))
             return fail_remote(target_failure(io));
         return next_block(io) || fail_remote(stream_failure(io));
     };
-    if (!open(compare_from))
+    if (job.recorded) {
+        const bool opened = open(compare_from);
+        if (!opened && io.retriable())
+            return fail_remote(target_failure(io));
+        if (!opened || source.tag.empty() || !same_contents(source, job.source)) {
+            transfer_.report.note(job.local, "starts again: its source has changed");
+            start = 0;
+            return begin(0);
+        }
+        if (!next_block(io))
+            return fail_remote(stream_failure(io));
+    } else if (!begin(compare_from)) {
         return false;
+    }
     const std::optional<bool> same = same_bytes(io, job, compare_from, start);
     if (interrupt::requested() && start > 0) {
         (void)io.close();
@@ -159,7 +181,7 @@ bool Get_Worker::open_remote(Client_IO& io, const Get_Job& job, std::uint64_t& s
         return true;
     transfer_.report.note(job.local, "starts again: it differs from its source");
     start = 0;
-    return open(0);
+    return begin(0);
 }
 
 /// Whether the partial file and its source hold the same bytes from @p at to @p end. The source's

@@ -14,6 +14,7 @@ struct Get_Job
     std::string local;
     Source_Version source; ///< as the target listed it; used by a resumed transfer
     bool inside = false;   ///< below a directory that is being restored: links are not followed
+    bool recorded = false; ///< the target was not asked: source is what the record says
 
     std::size_t weight() const { return local.size() + remote.size(); }
 };
@@ -35,7 +36,7 @@ private:
     std::uint64_t find_start(const Get_Job& job, const file_system::Status& there,
                              std::uint64_t& compare_from);
     bool open_remote(Client_IO& io, const Get_Job& job, std::uint64_t& start,
-                     std::uint64_t compare_from);
+                     std::uint64_t compare_from, Source_Version& source);
     std::optional<bool> same_bytes(Client_IO& io, const Get_Job& job, std::uint64_t at,
                                    std::uint64_t end);
     bool next_block(Client_IO& io);

@@ -2,6 +2,7 @@
 
 #include "cli/environment.h"
 #include "cli/local_path.h"
+#include "cli/output.h"
 #include "cli/path_rules.h"
 #include "platform/json/json_value.h"
 #include "platform/runtime/file_system.h"
@@ -65,6 +66,12 @@ std::string place_of(const Target& target, const std::string& remote)
 
 } // namespace
 
+bool same_contents(const Source_Version& one, const Source_Version& other)
+{
+    const bool tagged = !one.tag.empty() && !other.tag.empty();
+    return one.size == other.size && (tagged ? one.tag == other.tag : one.mtime == other.mtime);
+}
+
 Resume_Record::Resume_Record(const char* direction, const Target& target, const std::string& remote,
                              const std::string& local)
 {
@@ -98,6 +105,7 @@ std::optional<Source_Version> Resume_Record::load() const
     if (!json_spirit::object_get(object, "size", version.size) ||
         !json_spirit::object_get(object, "mtime", version.mtime))
         return std::nullopt;
+    json_spirit::object_get(object, "tag", version.tag);
     return version;
 }
 
@@ -105,8 +113,10 @@ void Resume_Record::store(const Source_Version& version) const
 {
     if (path_.empty() || mkdir_p(parent_path(path_).c_str(), private_directory, {}) != 0)
         return;
-    const std::string text =
-        JSON_Dump(json_spirit::Object{{"size", version.size}, {"mtime", version.mtime}}, false);
+    json_spirit::Object object{{"size", version.size}, {"mtime", version.mtime}};
+    if (is_utf8(version.tag)) // another one could not be read again
+        object["tag"] = version.tag;
+    const std::string text = JSON_Dump(object, false);
     // A record that is only half written must never be read.
     const std::string temporary = path_ + ".new";
     File_Writer writer;
@@ -129,7 +139,7 @@ std::string obstacle_to_continuing(const Partial_File& partial, const Source_Ver
 {
     if (partial.size > source.size)
         return "it is longer than its source";
-    if (record && *record != source)
+    if (record && !same_contents(*record, source))
         return "its source has changed";
     if (!record && partial.mtime < source_seconds)
         return "its source is newer";

@@ -14,9 +14,16 @@ struct Source_Version
 {
     std::uint64_t size = 0;
     std::int64_t mtime = 0; ///< in the source's own unit: nanoseconds here, seconds on targets
+    /// What an open file of a target says of its contents ("file_version"), empty when it says
+    /// nothing or was not opened.
+    std::string tag{};
 
     bool operator==(const Source_Version&) const = default;
 };
+
+/// Whether both can be the same contents: sizes and tags, or sizes and times where a tag is
+/// missing.
+[[nodiscard]] bool same_contents(const Source_Version& one, const Source_Version& other);
 
 /// A partial file as it was found at the destination.
 struct Partial_File

@@ -107,4 +107,75 @@ TEST(Cio_And_Servers, AFileIsHadFromAServerThatCannotList)
     EXPECT_TRUE(read_local(here / "large") == data);
 }
 
+/// A download of a large file that died behind its first 2 MiB.
+class Cio_Download_That_Died : public testing::Test
+{
+protected:
+    Cio_Download_That_Died()
+    {
+        write_local(server_.file("large"), data_);
+        // The shell counts in blocks of 512 bytes; the system ends who writes beyond.
+        const std::string limited = "ulimit -f 4096; XDG_STATE_HOME=" + (here_ / "state") +
+                                    " exec " CIO_PROGRAM " get " + server_.uri() + " large " +
+                                    copy_;
+        EXPECT_NE(run_program({"sh", "-c", limited}).code, 0);
+        EXPECT_TRUE(read_local(copy_) == data_.substr(0, 2U << 20U));
+        // What is logged from now on belongs to what follows.
+        EXPECT_EQ(server_.end(), 0);
+        std::filesystem::remove(log_);
+        server_.start();
+    }
+
+    Program_Result resume() const
+    {
+        return run_program({"env", "XDG_STATE_HOME=" + (here_ / "state"), CIO_PROGRAM, "get",
+                            "--resume", server_.uri(), "large", copy_});
+    }
+
+    const Temp_Directory here_;
+    const std::string log_ = here_ / "log";
+    const std::string copy_ = here_ / "copy";
+    const std::string data_ = sample_bytes(5'000'000);
+    Storage_Server_Process server_{{"--access-log", log_}};
+};
+
+std::size_t count_of(const std::string& text, const std::string& part)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+TEST_F(Cio_Download_That_Died, GoesOnWithOneHeadAndOneGet)
+{
+    const Program_Result run = resume();
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_TRUE(read_local(copy_) == data_);
+    ASSERT_EQ(server_.end(), 0);
+    const std::string requests = read_local(log_);
+    EXPECT_EQ(count_of(requests, "\"HEAD //large "), 1U) << requests;
+    EXPECT_EQ(count_of(requests, "\"GET //large "), 1U) << requests;
+    EXPECT_EQ(count_of(requests, "\n"), 2U) << requests;
+}
+
+TEST_F(Cio_Download_That_Died, StartsAgainWhenItsSourceWasReplaced)
+{
+    for (const std::string& other : {sample_bytes(4'000'000), std::string("short")}) {
+        write_local(server_.file("new"), other);
+        std::filesystem::rename(server_.file("new"), server_.file("large"));
+        const Program_Result run = resume();
+        EXPECT_EQ(run.code, 0) << run.err;
+        EXPECT_NE(run.err.find("starts again: "), std::string::npos) << run.err;
+        EXPECT_TRUE(read_local(copy_) == other);
+    }
+}
+
+TEST_F(Cio_Download_That_Died, StaysAsItIsWhenItsSourceHasGone)
+{
+    std::filesystem::remove(server_.file("large"));
+    EXPECT_EQ(resume().code, 3);
+    EXPECT_TRUE(read_local(copy_) == data_.substr(0, 2U << 20U));
+}
+
 } // namespace
