@@ -11,7 +11,6 @@ namespace
 {
 
 constexpr char superblock_magic[] = "CIOIMAGE";
-constexpr std::uint16_t superblock_version = 1;
 
 // Where the fields stand.
 namespace at
@@ -102,7 +101,7 @@ void encode(const Image_Superblock& superblock,
     std::fill(bytes.begin(), bytes.end(), static_cast<unsigned char>(0));
     unsigned char* const to = bytes.data();
     std::memcpy(to, superblock_magic, sizeof superblock_magic - 1);
-    put(to + at::format_version, superblock_version);
+    put(to + at::format_version, image_version);
     put(to + at::superblock_size, static_cast<std::uint32_t>(image_superblock_size));
     std::copy(superblock.id.begin(), superblock.id.end(), to + at::id);
     put(to + at::source_size, superblock.source_size);
@@ -124,7 +123,7 @@ const char* decode(std::span<const unsigned char, image_superblock_size> bytes,
     if (image_checksum(bytes.first(at::superblock_checksum)) !=
         get<std::uint32_t>(from + at::superblock_checksum))
         return "wrong checksum of the super block";
-    if (get<std::uint16_t>(from + at::format_version) != superblock_version)
+    if (get<std::uint16_t>(from + at::format_version) != image_version)
         return "unknown version of the format";
     std::copy_n(from + at::id, superblock.id.size(), superblock.id.begin());
     superblock.source_size = get<std::uint64_t>(from + at::source_size);

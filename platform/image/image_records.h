@@ -10,6 +10,7 @@
 namespace qovr
 {
 
+constexpr std::uint16_t image_version = 1;               ///< of the format
 constexpr std::size_t image_superblock_size = 512;       ///< bytes
 constexpr std::uint64_t smallest_image_block = 512;      ///< bytes, of both kinds of blocks
 constexpr std::uint64_t largest_image_block = 1U << 24U; ///< bytes, 16 MiB

@@ -165,7 +165,7 @@ private:
 
     bool close(Operation operation, Place inside)
     {
-        if (broken_ || depth_ == 0 || place() != inside || !done(operation(generator_)))
+        if (broken_ || place() != inside || !done(operation(generator_)))
             return false;
         --depth_;
         return end_value();

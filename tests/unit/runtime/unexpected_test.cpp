@@ -40,6 +40,14 @@ TEST(Log_Unexpected, ValuesFillTheSlots)
     EXPECT_EQ(log.messages()[0].text, "in backup/b.cpp:3, size_=-5 <= 0:\n");
 }
 
+TEST(Log_Unexpected, ARemainderInAnExpressionIsNoDirective)
+{
+    Log_Capture log;
+    log_unexpected_values("((a + b) % c())%s != 0%s, d % e", "=3", "", "backup/b.cpp", 3);
+    ASSERT_EQ(log.messages().size(), 1U);
+    EXPECT_EQ(log.messages()[0].text, "((a + b) % c())=3 != 0, d % e");
+}
+
 TEST(Log_Unexpected, DirectivesInValuesAreNotFollowed)
 {
     Log_Capture log;
