@@ -6,11 +6,23 @@
 #include "cli/serve_options.h"
 
 #include <cstddef>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace cio
 {
+
+/// What the command line says about block images, as it was written.
+struct Image_Flags
+{
+    std::optional<std::string> extents{};         ///< --extents FILE
+    std::optional<std::string> block_size{};      ///< --block-size SIZE
+    std::optional<std::string> descriptor_size{}; ///< --descriptor-size SIZE
+    bool raw = false;
+    bool zero = false;
+};
 
 /// What the user asked for, options read and checked.
 struct Invocation
@@ -24,6 +36,7 @@ struct Invocation
     bool summarize = false;
     unsigned jobs = 4;
     Serve_Options server;
+    Image_Flags image;
     Reporter& report;
     Output& out;
 };
@@ -41,12 +54,14 @@ enum Command_Option : unsigned
     shows_transfer = 128U,   ///< no option: the command moves data
     takes_transforms = 256U, ///< --compress and the like: the command opens files
     takes_server = 512U,     ///< those of `serve`, in place of all that have to do with targets
+    takes_extents = 1024U,   ///< --extents and what else says how an image is stored
+    takes_zero = 2048U,
 };
 
 /// One command: its row in the help and what carries it out.
 struct Command
 {
-    const char* name;
+    const char* name;      ///< that of a command in a group begins with the group's ("image save")
     const char* arguments; ///< as the help shows them
     const char* summary;
     const char* example;
@@ -56,6 +71,8 @@ struct Command
     /// Does the work; results go to out, failures to report, which knows the exit code. May throw
     /// Usage_Error before anything was changed.
     void (*run)(Invocation& invocation);
+    /// Of a group, which is no command by itself.
+    std::span<const Command* const> commands = {};
 };
 
 constexpr std::size_t any_number = static_cast<std::size_t>(-1);
@@ -74,5 +91,6 @@ extern const Command mkdir_command;
 extern const Command truncate_command;
 extern const Command verify_command;
 extern const Command serve_command;
+extern const Command image_command;
 
 } // namespace cio

@@ -14,11 +14,6 @@ namespace
 
 constexpr unsigned short directory_mode = 0750;
 
-std::string changed_text(std::uint64_t kept)
-{
-    return "changed while it was read (" + std::to_string(kept) + " bytes of it stay there)";
-}
-
 } // namespace
 
 void Put_Worker::run(const Put_Job& job)
@@ -160,15 +155,9 @@ bool Put_Worker::same_bytes(Client_IO& io, const Put_Job& job, std::uint64_t at,
 
 bool Put_Worker::open_remote(Client_IO& io, const Put_Job& job, unsigned mode, std::uint64_t start)
 {
-    if (io.open(job.remote.c_str(), mode, start, 0))
+    Failure failure;
+    if (open_for_writing(io, job.remote, mode, start, failure))
         return true;
-    Failure failure = target_failure(io);
-    // Backends need not give a number for this refusal, so the target is asked.
-    if ((mode & Client_IO_Base::mode_overwrite) == 0 &&
-        io.size(job.remote.c_str()) != Client_IO_Base::size_unknown)
-        failure.code = exit_exists;
-    else if (failure.code == exit_exists || failure.code == exit_not_found)
-        failure.code = exit_failed; // it is about what stands in the way, not about the file
     fail(job.local, failure);
     return false;
 }
@@ -216,16 +205,6 @@ bool Put_Worker::move(Client_IO& io, const Put_Job& job, const file_system::Stat
     return !changed;
 }
 
-/// Removes an unfinished file; never a device that stands in a target on this machine.
-bool Put_Worker::remove_unfinished(Client_IO& io, const std::string& remote)
-{
-    const std::optional<std::string> local = transfer_.target.local_path(remote);
-    file_system::Status status;
-    if (local && (!file_system::status(local->c_str(), false, status) || !status.is_file()))
-        return false;
-    return io.remove(remote.c_str());
-}
-
 /// Ends an interrupted file: the first one stays as it is and is named, others are removed. So is
 /// one that cannot be continued, compressed or encrypted, for its stored form would look complete.
 /// @param record  of a file that has a source to go on from; NULL for standard input
@@ -236,7 +215,7 @@ void Put_Worker::stop(Client_IO& io, const std::string& remote, std::uint64_t po
     const bool useless = record != nullptr && transfer_.target.transforms(remote);
     if (!useless && !transfer_.partial_claimed.test_and_set())
         return transfer_.report.partial(remote, position, record != nullptr);
-    const bool removed = remove_unfinished(io, remote);
+    const bool removed = remove_unfinished(io, transfer_.target, remote);
     if (record != nullptr && removed)
         record->remove();
     if (useless && !removed)
@@ -250,7 +229,7 @@ void Put_Worker::abandon(Client_IO& io, const Put_Job& job, Failure failure, std
         (void)io.close();
     const bool useless = position < worth_continuing ||
                          (job.local != "-" && transfer_.target.transforms(job.remote));
-    if (useless && remove_unfinished(io, job.remote))
+    if (useless && remove_unfinished(io, transfer_.target, job.remote))
         Resume_Record("put", transfer_.target, job.remote, job.local).remove();
     else
         failure.text += " (" + std::to_string(position) + " bytes of it stay there)";

@@ -41,7 +41,6 @@ private:
     bool open_remote(Client_IO& io, const Put_Job& job, unsigned mode, std::uint64_t start);
     bool move(Client_IO& io, const Put_Job& job, const file_system::Status& status,
               std::uint64_t start);
-    bool remove_unfinished(Client_IO& io, const std::string& remote);
     void stop(Client_IO& io, const std::string& remote, std::uint64_t position,
               const Resume_Record* record);
     void abandon(Client_IO& io, const Put_Job& job, Failure failure, std::uint64_t position);

@@ -246,7 +246,7 @@ void Reporter::write_summary(Exit_Code code, bool interrupted)
                                  {"seconds", seconds},
                                  {"interrupted", interrupted},
                                  {"exit_code", static_cast<int>(code)}};
-        if (settings_.command == "verify")
+        if (settings_.command.ends_with("verify"))
             line["differences"] = differences_;
         json_.write_line(line);
         json_.flush();
@@ -257,7 +257,7 @@ void Reporter::write_summary(Exit_Code code, bool interrupted)
     std::string line = settings_.command + ": " + std::to_string(files_done_.load()) + " files, " +
                        format_bytes(bytes_done_) + ", " + format_seconds(seconds) + ", " +
                        format_rate(bytes_done_, seconds);
-    if (settings_.command == "verify")
+    if (settings_.command.ends_with("verify"))
         line += ", " + std::to_string(differences_) + " differences";
     if (skipped_ > 0)
         line += ", " + std::to_string(skipped_) + " skipped";

@@ -32,4 +32,14 @@ struct Transfer
 ///              done is finished rather than thrown away.
 [[nodiscard]] bool shall_stop(std::uint64_t position, std::uint64_t size);
 
+/// What a source is told to have done whose stored form has @p kept bytes that stay.
+[[nodiscard]] std::string changed_text(std::uint64_t kept);
+
+/// Opens a file of a target for writing. A failure is "exists" only when the file itself is there.
+[[nodiscard]] bool open_for_writing(Client_IO& io, const std::string& path, unsigned mode,
+                                    std::uint64_t start, Failure& failure);
+
+/// Removes an unfinished file; never a device that stands in a target on this machine.
+[[nodiscard]] bool remove_unfinished(Client_IO& io, const Target& target, const std::string& path);
+
 } // namespace cio

@@ -11,8 +11,8 @@
 /// Reads a buffer at a time. The stream can tell how far it has come (tellg) and skip forwards
 /// (seekg with std::ios::cur); what it would have to seek otherwise fails.
 ///
-/// A read that fails looks like the end of the file here: whoever must tell them apart asks the
-/// Client_IO (its error() is empty after a read that came to the end).
+/// A read that fails looks like the end of the file here. Whoever must tell them apart reads once
+/// more through the Client_IO: 0 is the end.
 ///
 /// One object serves one thread.
 class CLIENT_IO_EXPORT Client_IO_istreambuf : public std::streambuf

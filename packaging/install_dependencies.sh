@@ -7,13 +7,13 @@
 build_packages=(
     g++ cmake ninja-build pkg-config
     libace-dev libssl-dev libzstd-dev liblzo2-dev libyajl-dev
-    libboost1.81-dev nlohmann-json3-dev libcli11-dev
+    libboost1.81-dev nlohmann-json3-dev libcli11-dev libext2fs-dev
 )
 # diffutils and the like are on every Debian system; these are not.
 test_packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-16 clang-format clang-tidy-16 libclang-rt-16-dev doxygen gcovr mandoc shellcheck ccache
-    lzop openssl zstd
+    lzop openssl zstd e2fsprogs
     curl nginx libnginx-mod-http-dav-ext apache2-bin
 )
 # What builds for Windows and runs it; the libraries are built by windows/build_dependencies.sh.

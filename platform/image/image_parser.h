@@ -38,26 +38,7 @@ public:
         failed = 0x40,
     };
 
-    /// Told what was found; false makes the parse fail.
-    class CLIENT_IO_EXPORT Callback
-    {
-    public:
-        Callback() = default;
-        Callback(const Callback&) = delete;
-        Callback& operator=(const Callback&) = delete;
-        virtual ~Callback();
-
-        virtual bool handle_superblock(const Superblock& super) = 0;
-        /// The extra area, whole; not called for an image without one.
-        virtual bool handle_superblock_extra(const void* data, std::uint64_t size) = 0;
-        virtual bool handle_descriptor_header(const Descriptor_Header& header) = 0;
-        /// Both in data blocks. Within a descriptor block each record lies behind the one before.
-        virtual bool handle_descriptor_record(std::uint64_t block_offset,
-                                              std::uint64_t block_count) = 0;
-        /// The next @p size bytes (1 or more) of the data that the records announced. They are
-        /// gone after the call.
-        virtual bool handle_data(const void* data, std::uint64_t size) = 0;
-    };
+    class Callback;
 
     /// @param callback       not owned; it must outlive the parser
     /// @param without_data   the input leaves the data out: descriptor block follows descriptor
@@ -101,6 +82,27 @@ private:
     Image_Continuation continuation_ = Image_Continuation::more;
     std::uint64_t bytes_due_ = 0;      ///< of data
     std::vector<unsigned char> block_; ///< the part of a block that is there
+};
+
+/// Told what was found; false makes the parse fail.
+class CLIENT_IO_EXPORT Image_Parser::Callback
+{
+public:
+    Callback() = default;
+    Callback(const Callback&) = delete;
+    Callback& operator=(const Callback&) = delete;
+    virtual ~Callback();
+
+    virtual bool handle_superblock(const Superblock& super) = 0;
+    /// The extra area, whole; not called for an image without one.
+    virtual bool handle_superblock_extra(const void* data, std::uint64_t size) = 0;
+    virtual bool handle_descriptor_header(const Descriptor_Header& header) = 0;
+    /// Both in data blocks. Within a descriptor block each record lies behind the one before.
+    virtual bool handle_descriptor_record(std::uint64_t block_offset,
+                                          std::uint64_t block_count) = 0;
+    /// The next @p size bytes (1 or more) of the data that the records announced. They are
+    /// gone after the call.
+    virtual bool handle_data(const void* data, std::uint64_t size) = 0;
 };
 
 } // namespace qovr

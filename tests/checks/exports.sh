@@ -50,7 +50,7 @@ shown | c++filt |
             sub(/\[abi:[^\]]*\]/, "", name)
             sub(/[(<].*/, "", name)
             # A class or function in a namespace of ours is marked under its last name.
-            sub(/^(json_spirit|file_system)::/, "", name)
+            sub(/^(json_spirit|file_system|qovr)::/, "", name)
             owner = name
             while (!(owner in kind) && sub(/::[^:]*$/, "", owner)) {}
             ++symbols

@@ -1,4 +1,4 @@
-#include "client_io/native_handle.h"
+#include "platform/runtime/native_handle.h"
 
 #include <ace/OS_NS_unistd.h>
 

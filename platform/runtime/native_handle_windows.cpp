@@ -1,4 +1,4 @@
-#include "client_io/native_handle.h"
+#include "platform/runtime/native_handle.h"
 
 #include "platform/runtime/os_error.h"
 
