@@ -46,6 +46,8 @@ public:
     void add_block(std::uint64_t offset, std::uint64_t length);
     /// Makes room for @p count extents in all, so that they cost 16 bytes each.
     void reserve(std::uint64_t count);
+    /// Makes @p blocks the list, without a copy of it.
+    void take_blocks(std::vector<Block> blocks);
     /// Empties the list. The state of the image stays: for another image take another object.
     void reset();
     bool empty() const { return blocks_.empty(); }

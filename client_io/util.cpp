@@ -1,7 +1,7 @@
 #include "client_io/util.h"
 
-#include "platform/runtime/native_handle.h"
 #include "platform/json/json_value.h"
+#include "platform/runtime/native_handle.h"
 #include "platform/runtime/os_error.h"
 #include "platform/runtime/unexpected.h"
 

@@ -13,7 +13,7 @@ build_packages=(
 test_packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-16 clang-format clang-tidy-16 libclang-rt-16-dev doxygen gcovr mandoc shellcheck ccache
-    lzop openssl zstd e2fsprogs
+    lzop openssl zstd e2fsprogs python3
     curl nginx libnginx-mod-http-dav-ext apache2-bin
 )
 # What builds for Windows and runs it; the libraries are built by windows/build_dependencies.sh.

@@ -6,6 +6,7 @@
 set -euo pipefail
 export LC_ALL=C
 
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 target=$1 directory=$2
 mkdir -p "$directory"
 cd "$directory"
@@ -52,7 +53,7 @@ for kind in empty text zeros mixed; do
             -iv 6e6f7220697320746869730000000000 | seed "$kind"
         plain "$kind" | seed "$kind-plain"
         ;;
-    options | request | response | users)
+    image | options | request | response | users)
         break
         ;;
     *)
@@ -65,6 +66,36 @@ done
 case $target in
 lzop) (plain text | lzop -c; plain mixed | lzop -9 -c) | seed two-members ;;
 zstd) (plain text | zstd -q -c; plain mixed | zstd -q -c) | seed two-frames ;;
+image)
+    # The target repairs checksums where the first byte is odd, so parts may be put together.
+    known=$here/../unit/image/known.img
+    seed known <"$known"
+    # Parts of images without an extra area, in blocks of 512 bytes.
+    superblock() # usage: superblock DATA_BLOCKS
+    {
+        head -c 40 "$known"
+        printf '%b' "\\0$1"
+        head -c 7 /dev/zero
+        head -c 64 "$known" | tail -c 16
+        head -c 448 /dev/zero
+    }
+    descriptor() # usage: descriptor SEQUENCE CONTINUATION RECORD... : records of one block each
+    {
+        local sequence=$1 continuation=$2 offset
+        shift 2
+        printf '%b' "SDD1\\0\\0\\0$continuation\\0\\0$#\\0\\0\\0\\0$#\\0\\0\\0\\0$sequence"
+        head -c 7 /dev/zero
+        head -c 32 "$known" | tail -c 16
+        head -c 24 /dev/zero
+        for offset in "$@"; do
+            printf '%b' "\\0$offset\\0\\0\\0\\0\\0\\0\\0\\01\\0\\0\\0\\0\\0\\0\\0"
+        done
+        head -c $((448 - 16 * $#)) /dev/zero
+        head -c $((512 * $#)) /dev/zero
+    }
+    { superblock 3; descriptor 0 0 1 3; descriptor 1 1 2; } | seed two-descriptor-blocks
+    { superblock 2; descriptor 0 2 1 2; } | seed one-descriptor-block
+    ;;
 options)
     cat >all <<'END'
 {"overwrite":true,"socket_timeout":30,"max_retry":600,"resumption_buffer_size":1048576,

@@ -9,7 +9,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 build=$(cd "$1" && pwd) seconds=$2
 shift 2
 targets=("$@")
-((${#targets[@]} > 0)) || targets=(evp lzop options request response users zstd)
+((${#targets[@]} > 0)) || targets=(evp image lzop options request response users zstd)
 
 status=0
 for target in "${targets[@]}"; do

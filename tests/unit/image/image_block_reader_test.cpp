@@ -205,19 +205,23 @@ TEST_P(Every_Reading, AHandlerThatRefusesFailsTheRead)
 TEST_P(Every_Reading, AHandlerThatThrowsFailsTheRead)
 {
     Image_File file(two_descriptor_image());
-    file.open();
-    bool ok = true;
-    EXPECT_NO_THROW(
-        ok = read_image(GetParam(), file.io, [](const void*, std::uint64_t, std::int64_t) -> bool {
-            throw std::runtime_error("handler");
-        }));
-    EXPECT_FALSE(ok);
-    errno = 0;
-    EXPECT_NO_THROW(
-        ok = read_image(GetParam(), file.io, [](const void*, std::uint64_t, std::int64_t) -> bool {
-            throw std::bad_alloc();
-        }));
-    EXPECT_FALSE(ok);
+    for (const bool memory : {true, false}) {
+        file.open();
+        int calls = 0;
+        bool ok = true;
+        errno = 0;
+        EXPECT_NO_THROW(ok = read_image(GetParam(), file.io,
+                                        [&](const void*, std::uint64_t, std::int64_t) -> bool {
+                                            ++calls;
+                                            if (memory)
+                                                throw std::bad_alloc();
+                                            throw std::runtime_error("handler");
+                                        }));
+        EXPECT_FALSE(ok);
+        EXPECT_EQ(calls, 1);
+        EXPECT_EQ(errno == ENOMEM, memory);
+        file.close();
+    }
 }
 
 TEST_P(Every_Reading, WithoutMemoryTheReadFails)

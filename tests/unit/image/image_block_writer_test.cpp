@@ -4,9 +4,11 @@
 #include "tests/unit/image/image_bytes.h"
 #include "tests/unit/image/image_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <new>
 #include <stdexcept>
 
@@ -460,7 +462,10 @@ TEST_F(Image_Block_Writer_Test, AnExtentForWhichThereIsNoMemoryIsNotForgotten)
 TEST_F(Image_Block_Writer_Test, AReservationThatIsTooLargeFailsNothing)
 {
     writer_.reserve(~std::uint64_t{0});
-    writer_.reserve(~std::uint64_t{0} / 64);
+    {
+        const Allocation_Failure failure(0);
+        writer_.reserve(1000);
+    }
     writer_.add_block(0, 512);
     EXPECT_TRUE(write());
 }
@@ -519,6 +524,71 @@ TEST_F(Image_Block_Writer_Test, ARangeOfNoLengthCallsNeitherCallback)
                   }),
               1);
     EXPECT_THAT(messages(), IsEmpty());
+}
+
+/// Keeps what is not longer than the blocks of small_options(), and forgets the rest.
+class Small_Writes_IO : public Recording_IO
+{
+public:
+    explicit Small_Writes_IO(std::string& kept)
+        : Recording_IO(std::make_shared<Recording>()), kept_(kept)
+    {}
+
+    bool connect(const URI&, const Options&) override { return true; }
+    bool is_connected() const override { return true; }
+    bool is_open() const override { return true; }
+    bool write(const void* buf, std::uint64_t size) override
+    {
+        if (size <= 512)
+            kept_.append(static_cast<const char*>(buf), size);
+        return true;
+    }
+
+private:
+    std::string& kept_;
+};
+
+TEST(Image_Block_Writer_Batches, AnExtentThatABatchCannotHoldIsDividedBetweenTwo)
+{
+    // Two terabytes, of which nothing but the descriptor blocks is kept.
+    constexpr std::uint64_t most = 0xFFFFFFFF;
+    std::string image;
+    Open_Facade io;
+    ASSERT_TRUE(io.connect_plain(std::make_unique<Small_Writes_IO>(image)));
+    io.write_mode_ = true;
+    Image_Block_Writer writer(&io);
+    ASSERT_TRUE(writer.set_options(small_options()));
+    writer.add_block(512 * 10, 512 * 2);
+    writer.add_block(512 * 100, 512 * (most + 5));
+    writer.add_block(512 * 20, 512 * 2);
+
+    constexpr std::uint64_t buffer_size = 1U << 28U;
+    const auto buffer = std::make_unique_for_overwrite<char[]>(buffer_size);
+    std::vector<Range> asked; // the first request of each range
+    std::uint64_t next = 0;
+    EXPECT_TRUE(writer.write_blocks(
+        go_on, [&](const void*& data, std::uint64_t max_bytes, std::int64_t offset) {
+            const auto at = static_cast<std::uint64_t>(offset);
+            const std::uint64_t n = std::min(max_bytes, buffer_size);
+            if (asked.empty() || asked.back().offset + asked.back().count != at + max_bytes)
+                asked.push_back({at, max_bytes});
+            else
+                EXPECT_EQ(at, next) << "a range is read without gaps";
+            next = at + n;
+            data = buffer.get();
+            return static_cast<std::int64_t>(n);
+        }));
+    EXPECT_THAT(asked, ElementsAre(Range{512 * 10, 512 * 2}, Range{512 * 100, 512 * (most - 2)},
+                                   Range{512 * (100 + most - 2), 512 * 7}, Range{512 * 20, 1024}));
+
+    Parse_Log log;
+    EXPECT_TRUE(parse_image(image, log, 512, true).whole);
+    const auto text = [](std::uint64_t offset, std::uint64_t count) {
+        return "record " + std::to_string(offset) + ' ' + std::to_string(count);
+    };
+    EXPECT_THAT(log.events, ElementsAre("superblock", "header " + std::to_string(most), text(10, 2),
+                                        text(100, most - 2), "header 7", text(100 + most - 2, 7),
+                                        "header 2", text(20, 2)));
 }
 
 TEST(Image_Block_Writer_Faults, AShortWriteIsToldWithTheStoragesText)

@@ -69,7 +69,7 @@ class String_Image_Writer : public qovr::Image_Writer
 public:
     bool overflow(const void* data, std::uint64_t size) override;
 
-    /// Writes records and their data, the byte @p fill, up to where the records end.
+    /// Writes data blocks that are due, full of @p fill.
     bool write_data_due(std::uint64_t blocks, char fill = 'd');
 
     std::string image;

@@ -9,8 +9,7 @@
 namespace
 {
 
-/// What is stored of the source, as (0, 512) pairs of offset and length.
-using Extents = std::vector<Range>;
+using Extents = std::vector<Range>; // in bytes
 
 struct Small_Image
 {

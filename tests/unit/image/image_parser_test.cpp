@@ -226,6 +226,15 @@ TEST(Image_Parser_Refusals, OfTheExtraArea)
     }
 }
 
+TEST(Image_Parser_Refusals, OfAChecksumOfNoExtraArea)
+{
+    std::string image = two_descriptor_image();
+    put_number(image, image_field::extra_checksum, 4, 1);
+    put_number(image, image_field::checksum, 4,
+               slow_crc32c(std::string_view(image).substr(0, image_field::checksum)));
+    EXPECT_EQ(refusal(image), "a checksum of an extra area that is not there");
+}
+
 TEST(Image_Parser_Refusals, OfADescriptorBlock)
 {
     using namespace descriptor_field;

@@ -141,6 +141,29 @@ void expect_same_judgement(const std::vector<Changed>& images)
     }
 }
 
+/// The bytes of the page's dump, where "*" stands for lines like the one before.
+std::string dumped_image(const std::string& page)
+{
+    std::string image;
+    std::istringstream lines(page.substr(page.find("\n00000000  43 49 4f 49") + 1));
+    for (std::string line; std::getline(lines, line) && line != "```";) {
+        if (line == "*")
+            continue;
+        const std::size_t at = std::stoul(line, nullptr, 16);
+        while (image.size() < at)
+            image += image.substr(image.size() - 16);
+        std::istringstream numbers(line.substr(8, line.find('|') - 8));
+        for (std::string number; numbers >> number;)
+            image += static_cast<char>(std::stoul(number, nullptr, 16));
+    }
+    return image;
+}
+
+TEST(Read_Image, ThePageShowsTheKnownImage)
+{
+    EXPECT_EQ(dumped_image(read_local(IMAGE_PAGE)), read_local(KNOWN_IMAGE));
+}
+
 TEST(Read_Image, ReadsTheKnownImage)
 {
     const Other other = other_reader(read_local(KNOWN_IMAGE));
