@@ -135,9 +135,10 @@ void build(CLI::App& app, Parsed& parsed)
     for (const Command* command : commands)
         add_command(app, *command, parsed);
     CLI::App* help = app.add_subcommand("help", "Show help: cio help [COMMAND | options]");
-    add_values(*help, "topic", "", [&parsed](std::string value) {
-        parsed.arguments.push_back(std::move(value));
-    })->expected(0, 2);
+    add_values(*help, "topic", "",
+               [&parsed](std::string value) { parsed.arguments.push_back(std::move(value)); })
+        ->expected(0, -1)
+        ->allow_extra_args();
 }
 
 /// The names of the commands that the command line has come to, from the outermost one.

@@ -23,6 +23,7 @@ using File_System = std::unique_ptr<struct_ext2_filsys, Free>;
 
 std::string text_of(errcode_t error)
 {
+    initialize_ext2_error_table();
     return std::string("it cannot be read (") + error_message(error) + ")";
 }
 

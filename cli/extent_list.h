@@ -2,16 +2,18 @@
 
 #include "cli/image.h"
 
+#include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <cstdlib>
+#include <memory>
+#include <span>
 #include <string>
 
 namespace cio
 {
 
 /// The extents of a source that are to be stored: whole data blocks, in ascending order, none of
-/// which touch. Costs 16 bytes an extent; a deque, because a vector would need three times that
-/// while it grows.
+/// which touch. Costs 16 bytes an extent.
 class Extent_List
 {
 public:
@@ -24,14 +26,24 @@ public:
     void finish();
     void clear();
 
-    const std::deque<Extent>& extents() const { return extents_; }
+    std::span<const Extent> extents() const { return {extents_.get(), count_}; }
     std::uint64_t block_size() const { return block_size_; }
     /// Bytes of all extents, when they are finished.
     std::uint64_t bytes() const;
 
 private:
+    struct Free
+    {
+        void operator()(Extent* extents) const { std::free(extents); }
+    };
+
+    void append(const Extent& extent);
+
     std::uint64_t block_size_;
-    std::deque<Extent> extents_;
+    // Not a vector, which has its elements twice while it grows: the C library moves pages instead.
+    std::unique_ptr<Extent[], Free> extents_;
+    std::size_t count_ = 0;
+    std::size_t capacity_ = 0;
     bool ascending_ = true;
 };
 

@@ -29,32 +29,32 @@ Found_Blocks_Writer::~Found_Blocks_Writer() = default;
 
 bool Found_Blocks_Writer::write_image(const qovr::Image_Options& options, Failure& failure)
 {
-    // The first descriptor block shares its place with the extra area. One record less than fits.
+    // One record less than fits, lest a batch be full; the first shares its place with the extra
+    // area. The largest extra area leaves room for one record.
     most_records_ =
-        (qovr::largest_image_extra(options.descriptor_block_size) - options.extra.size()) / 16;
-    const auto fail = [&] {
-        failure = stream_failure(*io_);
-        return false;
-    };
+        (qovr::largest_image_extra(options.descriptor_block_size) - options.extra.size()) /
+        sizeof(qovr::Image_Record);
     Window window{std::make_unique<char[]>(window_size), {}};
     Window next{std::make_unique<char[]>(window_size), {}};
-    if (!fill(window, failure))
+    bool good = set_options(options);
+    if (good && !fill(window, failure))
         return false;
-    if (window.runs.empty()) {
+    if (good && window.runs.empty()) {
         // Nothing but zeros; an image holds one block at least.
         std::memset(window.data.get(), 0, data_block_size());
         window.runs.push_back({window.data.get(), 0, 1});
     }
-    if (!write_descriptor_header(qovr::image_descriptor_version, qovr::image_descriptor_magic))
-        return fail();
-    while (!window.runs.empty()) {
+    good = good &&
+           write_descriptor_header(qovr::image_descriptor_version, qovr::image_descriptor_magic);
+    while (good && !window.runs.empty()) {
         if (!fill(next, failure))
             return false;
-        if (!write_window(window, next.runs.empty()))
-            return fail();
+        good = write_window(window, next.runs.empty());
         std::swap(window, next);
     }
-    return true;
+    if (!good)
+        failure = stream_failure(*io_);
+    return good;
 }
 
 /// Reads on until the window is full or the source has ended.

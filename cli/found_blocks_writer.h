@@ -25,9 +25,9 @@ public:
     Found_Blocks_Writer(Client_IO* io, Image_Source& source, Reporter& report);
     ~Found_Blocks_Writer() override;
 
-    /// Writes the whole image; set_options() comes first.
-    /// @param extra_size  bytes of the options' extra area
-    /// @return false when the program was asked to end, or on failure
+    /// Writes the whole image.
+    /// @param options  whose extra area leaves room for two records
+    /// @return false when the program was asked to end (no text), or on failure
     [[nodiscard]] bool write_image(const qovr::Image_Options& options, Failure& failure);
 
 private:

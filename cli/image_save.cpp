@@ -8,6 +8,8 @@
 #include "cli/size_text.h"
 #include "cli/transfer.h"
 
+#include <array>
+
 namespace cio
 {
 namespace
@@ -73,11 +75,11 @@ void Save::run()
         return fail(failure);
     if (source_.size() == 0)
         return fail({exit_failed, "Is empty: an image holds one block at least"});
-    if (!choose_extents(failure) || interrupt::requested())
-        return failure.text.empty() ? void() : fail(failure);
-    if (Client_IO* io = open(connection, failure))
+    Client_IO* const io =
+        choose_extents(failure) && !interrupt::requested() ? open(connection, failure) : nullptr;
+    if (io != nullptr)
         store(*io);
-    else
+    else if (!failure.text.empty())
         fail(failure);
 }
 
@@ -85,8 +87,8 @@ void Save::run()
 bool Save::choose_extents(Failure& failure)
 {
     // A source that cannot be read must not cost the image that stands there.
-    char first = 0;
-    if (!source_.read(&first, 1, 0, failure))
+    std::array<char, 4096> first{};
+    if (!source_.read(first.data(), first.size(), 0, failure))
         return false;
     if (flags_.extents) {
         rest_ = Image_Extra::Rest::other;
@@ -121,9 +123,9 @@ qovr::Image_Options Save::image_options() const
         block_size_option("--descriptor-size", flags_.descriptor_size,
                           list_.extents().empty() ? small_descriptor : qovr::default_image_block);
     // Room for another record, so that a batch need not be full to have one.
-    options.extra =
-        encode(Image_Extra{std::string("cio ") + CIO_VERSION, local_name(local_), rest_},
-               qovr::largest_image_extra(options.descriptor_block_size) - 16);
+    options.extra = encode(
+        Image_Extra{std::string("cio ") + CIO_VERSION, local_name(local_), rest_},
+        qovr::largest_image_extra(options.descriptor_block_size) - sizeof(qovr::Image_Record));
     return options;
 }
 
@@ -159,22 +161,14 @@ void Save::store(Client_IO& io)
 
 bool Save::write(Client_IO& io, Failure& failure)
 {
-    const qovr::Image_Options options = image_options();
-    const auto run = [&](auto& writer, const auto& what) {
-        // Only memory can be missing: the sizes were looked at.
-        failure = {exit_failed, "Out of memory"};
-        return writer.set_options(options) && (failure = {}, writer.write_image(what, failure));
-    };
-    if (list_.extents().empty()) {
-        Found_Blocks_Writer writer(&io, source_, report_);
-        report_.file_found(source_.size());
-        report_.all_found();
-        return run(writer, options);
-    }
-    Listed_Blocks_Writer writer(&io, source_, report_);
-    report_.file_found(list_.bytes());
+    const bool listed = !list_.extents().empty();
+    const std::uint64_t mask = list_.block_size() - 1; // of a power of two
+    report_.file_found(listed ? list_.bytes() : (source_.size() + mask) & ~mask);
     report_.all_found();
-    return run(writer, list_);
+    return listed
+               ? Listed_Blocks_Writer(&io, source_, list_, report_)
+                     .write_image(image_options(), failure)
+               : Found_Blocks_Writer(&io, source_, report_).write_image(image_options(), failure);
 }
 
 /// Ends an image that failed or was interrupted. It is of no use to anybody, so it is removed.

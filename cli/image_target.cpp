@@ -103,10 +103,10 @@ bool Image_Target::write(const void* data, std::uint64_t size, std::uint64_t off
 /// Makes a device zero from where it is settled to @p end.
 bool Image_Target::make_zero(std::uint64_t end, Failure& failure)
 {
-    if (image_disk::make_zero(handle_, settled_, end - settled_)) {
-        settled_ = end;
-        return true;
-    }
+    constexpr std::uint64_t page = 4096; // the quick way takes whole sectors only
+    const std::uint64_t whole = end - end % page;
+    if (whole > settled_ && image_disk::make_zero(handle_, settled_, whole - settled_))
+        settled_ = whole;
     const std::vector<char> zeros(1U << 20U);
     while (settled_ < end && !interrupt::requested()) {
         const std::uint64_t n = std::min<std::uint64_t>(zeros.size(), end - settled_);

@@ -13,28 +13,29 @@ namespace cio
 class Listed_Blocks_Writer : public Image_Client_IO_Writer
 {
 public:
-    Listed_Blocks_Writer(Client_IO* io, Image_Source& source, Reporter& report);
+    /// @param list  finished, not empty, in blocks of the options' size
+    Listed_Blocks_Writer(Client_IO* io, Image_Source& source, const Extent_List& list,
+                         Reporter& report);
     ~Listed_Blocks_Writer() override;
 
-    /// Writes the whole image; set_options() comes first.
-    /// @return false when the program was asked to end, or on failure
-    [[nodiscard]] bool write_image(const Extent_List& list, Failure& failure);
+    /// Writes the whole image.
+    /// @return false when the program was asked to end (no text), or on failure
+    [[nodiscard]] bool write_image(const qovr::Image_Options& options, Failure& failure);
 
 private:
-    using Iterator = std::deque<Extent>::const_iterator;
-
     /// A place in the list.
     struct Place
     {
-        Iterator extent;
-        std::uint64_t done; ///< bytes of the extent that stand before
+        std::size_t extent = 0;
+        std::uint64_t done = 0; ///< bytes of the extent that stand before
     };
 
-    bool record_batch(const Extent_List& list, Place& place);
+    bool record_batch(Place& place);
     bool store_batch(Place& place, const Place& end, char* buffer, Failure& failure);
     bool store(std::uint64_t offset, std::uint64_t length, char* buffer, Failure& failure);
 
     Image_Source& source_;
+    const Extent_List& list_;
     Reporter& report_;
 };
 

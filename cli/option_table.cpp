@@ -442,8 +442,8 @@ std::string option_help()
         text += line + type_name(row.type) + "\n" + std::string(28, ' ') + row.help + "\n";
     }
     text +=
-        "\nput, get, cat and verify have --compress, --level, --encrypt, --key-file and --limit\n"
-        "for compression, compression_level, encryption, key and iv, and the limits.\n"
+        "\nput, get, cat, verify and image have --compress, --level, --encrypt, --key-file and\n"
+        "--limit for compression, compression_level, encryption, key and iv, and the limits.\n"
         "\nOther users of the machine can see a command line: give secrets through --key-file,\n"
         "the environment or an --options file that only you can read.\n";
     return text;

@@ -3,17 +3,19 @@
 _cio() {
     local current=${COMP_WORDS[COMP_CWORD]}
     local previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands='put get cat ls tree stat du cp mv rm mkdir truncate verify serve help'
+    local commands='put get cat ls tree stat du cp mv rm mkdir truncate verify image serve help'
     local common='--help --option --options --json --quiet --debug -o -q -h'
     local transforms='--compress --level --encrypt --key-file --limit'
     local ciphers='aes-256-cbc aes-192-cbc aes-128-cbc camellia-256-cbc sm4-cbc none'
-    local command='' word i
+    local command='' member='' word i
     COMPREPLY=()
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
-        if [[ $word != -* ]]; then
+        if [[ $word != -* && -z $command ]]; then
             command=$word
+        elif [[ $word != -* ]]; then
+            member=$word
             break
         fi
     done
@@ -23,7 +25,7 @@ _cio() {
     fi
 
     case $previous in
-    --options | --key-file | --root | --users | --access-log | --tls-cert | --tls-key)
+    --options | --key-file | --extents | --root | --users | --access-log | --tls-cert | --tls-key)
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
@@ -41,7 +43,7 @@ _cio() {
         mapfile -t COMPREPLY < <(compgen -W "$ciphers" -- "$current")
         return
         ;;
-    -j | --jobs | --level | --limit) return ;;
+    -j | --jobs | --level | --limit | --block-size | --descriptor-size) return ;;
     esac
 
     if [[ $current == -* ]]; then
@@ -50,6 +52,14 @@ _cio() {
         put | get) own="--overwrite --resume --jobs -j $transforms" ;;
         cat) own=$transforms ;;
         verify) own="--jobs -j $transforms" ;;
+        image)
+            case $member in
+            save) own="--overwrite --extents --raw --block-size --descriptor-size $transforms" ;;
+            restore) own="--overwrite --zero $transforms" ;;
+            info | verify) own=$transforms ;;
+            *) common='--help -h' ;;
+            esac
+            ;;
         cp | mv) own='--overwrite' ;;
         ls) own='--long --recursive -l -R' ;;
         rm) own='--recursive -r' ;;
@@ -66,6 +76,14 @@ _cio() {
     fi
 
     case $command in
+    image)
+        if [[ -z $member ]]; then
+            mapfile -t COMPREPLY < <(compgen -W 'save restore info verify' -- "$current")
+        else
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        fi
+        ;;
     serve) mapfile -t COMPREPLY < <(compgen -W 'http user' -- "$current") ;;
     help) mapfile -t COMPREPLY < <(compgen -W "$commands options" -- "$current") ;;
     put | get | verify)

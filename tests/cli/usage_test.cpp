@@ -19,7 +19,7 @@ protected:
 
 constexpr const char* all_commands[] = {"put",   "get",      "cat",    "ls",   "tree",
                                         "stat",  "du",       "cp",     "mv",   "rm",
-                                        "mkdir", "truncate", "verify", "serve"};
+                                        "mkdir", "truncate", "verify", "image", "serve"};
 
 TEST_F(Usage, HelpOfEveryCommandHasAnExample)
 {
