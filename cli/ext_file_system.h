@@ -16,7 +16,7 @@ namespace cio::ext_file_system
 /// Adds the blocks that the file system uses, and what stands before its first block.
 /// @param size  receives its bytes
 /// @return empty, or why its own word cannot be taken for what is in use
-[[nodiscard]] std::string add_used_blocks(const Image_Source& source, Extent_List& list,
+[[nodiscard]] std::string add_used_blocks(Image_Source& source, Extent_List& list,
                                           std::uint64_t& size);
 
 } // namespace cio::ext_file_system

@@ -120,6 +120,8 @@ public:
         else
             read_lines();
     }
+    /// Whether it began as a list of `cio image info` and did not end like one.
+    bool is_cut_off() const { return begun_ && !ended_; }
 
 private:
     void read_lines();
@@ -138,6 +140,8 @@ private:
     Characters& input_;
     std::uint64_t source_size_;
     Extent_List& list_;
+    bool begun_ = false; // a list of `cio image info`
+    bool ended_ = false; // with its sum
 };
 
 /// Reads a decimal number, or a hexadecimal one behind "0x".
@@ -177,6 +181,9 @@ void Extent_Reader::read_lines()
 
 void Extent_Reader::read_line(std::string_view line, const std::string& where)
 {
+    begun_ = begun_ || line.starts_with("# image:");
+    ended_ =
+        ended_ || (line.starts_with("# ") && line.find(" extents, ") != std::string_view::npos);
     line = line.substr(0, line.find('#'));
     const std::string_view first = next_word(line);
     const std::string_view second = next_word(line);
@@ -226,6 +233,8 @@ void Extent_Reader::read_objects()
             refuse(where, "an error of what wrote it");
         if (*type == "extent")
             take_value(value, where);
+        begun_ = begun_ || *type == "image";
+        ended_ = ended_ || *type == "total";
     }
 }
 
@@ -309,11 +318,14 @@ void Extent_Reader::take(std::uint64_t offset, std::uint64_t length, const std::
 bool read_extents(const std::string& path, std::uint64_t source_size, Extent_List& list)
 {
     Characters input(path);
-    Extent_Reader(input, source_size, list).read();
+    Extent_Reader reader(input, source_size, list);
+    reader.read();
     if (input.interrupted())
         return false;
     if (list.extents().empty())
         input.refuse("it holds no extent, and an image holds one at least");
+    if (reader.is_cut_off())
+        input.refuse("it is the beginning of what 'cio image info' shows, without its last line");
     list.finish();
     return true;
 }

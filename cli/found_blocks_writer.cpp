@@ -13,13 +13,12 @@ namespace
 constexpr std::uint64_t window_size = 1U << 20U;
 static_assert(window_size >= largest_stored_block);
 
-} // namespace
-
-bool is_zero(std::string_view bytes)
+bool is_zero(const char* block, std::uint64_t size)
 {
-    return bytes.empty() || (bytes.front() == 0 &&
-                             std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
+    return *block == 0 && std::memcmp(block, block + 1, size - 1) == 0;
 }
+
+} // namespace
 
 Found_Blocks_Writer::Found_Blocks_Writer(Client_IO* io, Image_Source& source, Reporter& report)
     : Image_Client_IO_Writer(io), source_(source), report_(report)
@@ -96,7 +95,7 @@ void Found_Blocks_Writer::find_runs(Window& window, const char* data, std::uint6
     const std::uint64_t block = data_block_size();
     std::uint64_t zeros = 0;
     for (std::uint64_t at = 0; at < size; at += block) {
-        if (is_zero({data + at, block})) {
+        if (is_zero(data + at, block)) {
             zeros += block;
             continue;
         }

@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <string_view>
 #include <vector>
 
 namespace cio
@@ -56,8 +55,5 @@ private:
     std::uint64_t range_end_ = 0; // of the data that begin at the position
     std::uint64_t most_records_ = 0; // of a batch
 };
-
-/// Whether all bytes are zero.
-[[nodiscard]] bool is_zero(std::string_view bytes);
 
 } // namespace cio

@@ -1,12 +1,8 @@
 #pragma once
 
 #include "cli/command.h"
-#include "client_io/client_io.h"
-#include "platform/image/image_records.h"
 
 #include <cstdint>
-#include <optional>
-#include <string>
 
 /// What the commands of `cio image` share.
 namespace cio

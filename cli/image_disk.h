@@ -22,6 +22,13 @@ enum class Kind
 /// What stands at @p path, through links.
 [[nodiscard]] Kind kind_of(const char* path);
 
+/// Opens what stands at @p path, or a new file, for writing. A device that is mounted or otherwise
+/// in use is refused where the system can tell.
+[[nodiscard]] ACE_HANDLE open_for_writing(const char* path, Kind kind);
+
+/// Whether a path leads to the device that is open.
+[[nodiscard]] bool is_same_device(ACE_HANDLE device, const char* path);
+
 /// Bytes of a device that is open.
 [[nodiscard]] bool device_size(ACE_HANDLE device, std::uint64_t& size);
 

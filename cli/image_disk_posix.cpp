@@ -1,5 +1,6 @@
 #include "cli/image_disk.h"
 
+#include "platform/runtime/file_system.h"
 #include "platform/runtime/os_error.h"
 
 #include <algorithm>
@@ -22,6 +23,21 @@ Kind kind_of(const char* path)
     if (S_ISREG(info.st_mode))
         return Kind::file;
     return S_ISBLK(info.st_mode) ? Kind::device : Kind::other;
+}
+
+ACE_HANDLE open_for_writing(const char* path, Kind kind)
+{
+    // Of a device, the flag alone asks to be its only user.
+    const int how = kind == Kind::none ? O_CREAT | O_EXCL : kind == Kind::device ? O_EXCL : 0;
+    return file_system::open(path, O_WRONLY | how, file_system::share_all);
+}
+
+bool is_same_device(ACE_HANDLE device, const char* path)
+{
+    struct stat one = {};
+    struct stat other = {};
+    return ::fstat(device, &one) == 0 && ::stat(path, &other) == 0 && S_ISBLK(one.st_mode) &&
+           S_ISBLK(other.st_mode) && one.st_rdev == other.st_rdev;
 }
 
 bool device_size(ACE_HANDLE device, std::uint64_t& size)

@@ -49,6 +49,17 @@ Kind kind_of(const char* path)
     return status.is_file() ? Kind::file : Kind::other;
 }
 
+ACE_HANDLE open_for_writing(const char* path, Kind kind)
+{
+    const int how = kind == Kind::none ? O_CREAT | O_EXCL : 0;
+    return file_system::open(path, O_WRONLY | how, file_system::share_all);
+}
+
+bool is_same_device(ACE_HANDLE /*device*/, const char* /*path*/)
+{
+    return false; // no file of a target is a device there
+}
+
 bool device_size(ACE_HANDLE device, std::uint64_t& size)
 {
     GET_LENGTH_INFORMATION length = {};

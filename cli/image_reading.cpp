@@ -81,7 +81,7 @@ bool Run::read_blocks(bool with_data)
             position += descriptor + left;
             if (position > io_.size())
                 return fail("cut off");
-            if (position == io_.size()) // where a target need not be able to go to
+            if (position == io_.size()) // a target need not be able to go to its end
                 break;
             if (!io_.seek(position, descriptor))
                 return fail_to_read();
@@ -142,6 +142,17 @@ Client_IO* open_image(Connection& connection, const Place& place, Reporter& repo
         return io;
     report.error(place.path, target_failure(*io));
     return nullptr;
+}
+
+void report_image_found(Reporter& report, const qovr::Image_Superblock& super)
+{
+    // More than any file has is not told, and cannot come.
+    constexpr std::uint64_t most = std::uint64_t{1} << 63U;
+    if (super.data_blocks > most / super.data_blk_size)
+        report.file_found(std::nullopt);
+    else
+        report.file_found(super.data_blocks * super.data_blk_size);
+    report.all_found();
 }
 
 bool can_pass_over_data(const Client_IO& io, const Place& place)

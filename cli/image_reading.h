@@ -12,6 +12,9 @@ namespace cio
 /// Opens the image. @return NULL on failure, which was reported
 [[nodiscard]] Client_IO* open_image(Connection& connection, const Place& place, Reporter& report);
 
+/// Tells how many bytes the image announces, as far as it does.
+void report_image_found(Reporter& report, const qovr::Image_Superblock& super);
+
 /// How the data of an image are read.
 enum class Image_Data
 {

@@ -11,7 +11,8 @@ namespace cio
 namespace
 {
 
-/// Writes an image to a target, which is opened when the image's super block was found right.
+/// Writes an image to a target, which is opened when the first of the image's data are announced:
+/// an image of which only the super block is there costs nothing.
 class Restore : public Image_Block_Reader
 {
 public:
@@ -21,6 +22,7 @@ public:
 
     bool handle_superblock(const qovr::Image_Superblock& super) override;
     bool handle_superblock_extra(const void* data, std::uint64_t size) override;
+    bool handle_descriptor_header(const qovr::Image_Descriptor_Header& header) override;
     bool store(const void* data, std::uint64_t size, std::uint64_t offset);
     bool finish() { return target_.complete(end_, failure_); }
 
@@ -38,14 +40,15 @@ private:
 
 bool Restore::handle_superblock(const qovr::Image_Superblock& super)
 {
-    if (super.data_blocks == qovr::unknown_block_count)
-        report_.file_found(std::nullopt);
-    else
-        report_.file_found(super.data_blocks * super.data_blk_size);
-    report_.all_found();
+    report_image_found(report_, super);
     size_known_ = super.source_size != 0;
     end_ = super.source_size;
-    return target_.open(end_, zero_, failure_);
+    return true;
+}
+
+bool Restore::handle_descriptor_header(const qovr::Image_Descriptor_Header& header)
+{
+    return header.sequence != 0 || target_.open(end_, zero_, failure_);
 }
 
 bool Restore::handle_superblock_extra(const void* data, std::uint64_t size)
@@ -74,9 +77,11 @@ bool Restore::store(const void* data, std::uint64_t size, std::uint64_t offset)
 void report_failure(Reporter& report, const std::string& path, Failure failure,
                     const Image_Target& target)
 {
-    if (target.existed() && target.written() > 0)
-        failure.text += " (" + std::to_string(target.written()) + " bytes were written to " +
-                        target.path() + " before that)";
+    if (target.is_changed())
+        failure.text += target.written() > 0
+                            ? " (" + std::to_string(target.written()) + " bytes were written to " +
+                                  target.path() + " before that)"
+                            : " (" + target.path() + " was emptied before that)";
     else if (target.written() > 0)
         failure.text +=
             " (the " + std::to_string(target.written()) + " bytes before that were removed)";
@@ -113,7 +118,7 @@ void run_restore(Invocation& invocation)
         report_failure(report, target.path(), restore.failure(), target);
     else if (!failure.text.empty())
         report_failure(report, place.path, failure, target);
-    else if (target.existed() && target.written() > 0)
+    else if (target.is_changed())
         report.partial(target.path(), target.written(), false);
 }
 

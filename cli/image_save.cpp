@@ -134,8 +134,10 @@ Client_IO* Save::open(Connection& connection, Failure& failure)
 {
     const std::optional<std::string> local = target_.local_path(path_);
     file_system::Status there;
-    if (overwrite_ && local && file_system::status(local->c_str(), true, there) &&
-        source_.status().is_same_file(there))
+    if (overwrite_ && local &&
+        ((file_system::status(local->c_str(), true, there) &&
+          source_.status().is_same_file(there)) ||
+         image_disk::is_same_device(source_.handle(), local->c_str())))
     {
         failure = {exit_failed, "Source and target are the same file"};
         return nullptr;

@@ -46,6 +46,8 @@ bool Image_Source::open(const std::string& path, Failure& failure)
     }
     if (kind == image_disk::Kind::file)
         size_ = status_.size;
+    else
+        head_ = read_head();
     return true;
 }
 
@@ -72,10 +74,20 @@ bool Image_Source::read(char* buffer, std::uint64_t size, std::uint64_t offset, 
     return true;
 }
 
+std::string Image_Source::read_head() const
+{
+    constexpr std::uint64_t size = 4096;
+    std::string head(std::min(size, size_), '\0');
+    const std::int64_t got = image_disk::read_at(handle_, head.data(), head.size(), 0);
+    head.resize(got < 0 ? 0
+                        : static_cast<std::size_t>(got)); // whoever reads it next meets it again
+    return head;
+}
+
 bool Image_Source::is_unchanged() const
 {
     if (!status_.is_file())
-        return true;
+        return read_head() == head_;
     file_system::Status now;
     return file_system::status(handle_, now) && now.size == status_.size &&
            now.mtime == status_.mtime;

@@ -29,6 +29,8 @@ public:
     /// What was opened; zeros for a device.
     const file_system::Status& status() const { return status_; }
 
+    bool is_device() const { return !status_.is_file(); }
+
     /// Reads exactly @p size bytes; those behind the end of the source are zeros.
     [[nodiscard]] bool read(char* buffer, std::uint64_t size, std::uint64_t offset,
                             Failure& failure);
@@ -39,13 +41,17 @@ public:
         return offset < size_ ? image_disk::next_data(handle_, offset, size_) : std::nullopt;
     }
 
-    /// Whether size and time of a file are those that it was opened with. Devices have no such.
+    /// Whether it looks as it did when it was opened: a file by its size and time; a device, which
+    /// has no such, by its first bytes, which most file systems change when they are mounted.
     [[nodiscard]] bool is_unchanged() const;
 
 private:
+    std::string read_head() const;
+
     ACE_HANDLE handle_ = ACE_INVALID_HANDLE;
     std::uint64_t size_ = 0;
     file_system::Status status_;
+    std::string head_;            // of a device
     std::uint64_t forgotten_ = 0; // the page cache was asked to forget up to here
 };
 

@@ -14,18 +14,24 @@ namespace cio
 namespace
 {
 
-// The disk is given what was written in pieces of this size, so that the end does not wait for all.
+// A device is given what was written in pieces of this size, so that the end does not wait for all.
 constexpr std::uint64_t cache_window = 32U << 20U;
 
 } // namespace
 
 Image_Target::~Image_Target()
 {
+    discard();
+}
+
+/// Closes what was not completed.
+void Image_Target::discard()
+{
     if (!is_open())
         return;
-    ACE_OS::close(handle_);
-    // Nothing would tell it from a whole one.
-    if (!existed() && !completed_)
+    ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE));
+    // Nothing would tell a new file from a whole one.
+    if (!existed())
         (void)file_system::remove(path_.c_str());
 }
 
@@ -47,15 +53,13 @@ bool Image_Target::open(std::uint64_t size, bool zero, Failure& failure)
 {
     if (open_handle(size, zero, failure))
         return true;
-    if (is_open())
-        ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE));
+    discard();
     return false;
 }
 
 bool Image_Target::open_handle(std::uint64_t size, bool zero, Failure& failure)
 {
-    const int how = existed() ? 0 : O_CREAT | O_EXCL;
-    handle_ = file_system::open(path_.c_str(), O_WRONLY | how, file_system::share_all);
+    handle_ = image_disk::open_for_writing(path_.c_str(), kind_);
     if (handle_ == ACE_INVALID_HANDLE) {
         failure = system_failure("Failed to open local file", ACE_OS::last_error());
         return false;
@@ -75,7 +79,8 @@ bool Image_Target::open_handle(std::uint64_t size, bool zero, Failure& failure)
     file_system::Status status;
     if (!file_system::status(handle_, status))
         return fail(failure);
-    if (zero && status.size != 0 && !image_disk::set_file_size(handle_, 0))
+    emptied_ = zero && status.size != 0;
+    if (emptied_ && !image_disk::set_file_size(handle_, 0))
         return fail(failure);
     const std::uint64_t there = zero ? 0 : status.size;
     return there >= size || image_disk::set_file_size(handle_, size) || fail(failure);
@@ -90,8 +95,9 @@ bool Image_Target::write(const void* data, std::uint64_t size, std::uint64_t off
         return fail(failure);
     settled_ = std::max(settled_, offset + size);
     written_ += size;
-    if (offset + size < store_from_)
-        store_from_ = offset + size;
+    if (kind_ != image_disk::Kind::device)
+        return true;
+    store_from_ = std::min(store_from_, offset + size);
     if (offset + size - store_from_ >= cache_window) {
         image_disk::store(handle_, store_from_, offset + size - store_from_);
         image_disk::forget(handle_, 0, store_from_); // the disk had a window's time to take it
@@ -121,11 +127,14 @@ bool Image_Target::complete(std::uint64_t size, Failure& failure)
 {
     if (zero_device_ && size > settled_ && !make_zero(size, failure))
         return false;
-    if (!image_disk::sync(handle_))
+    if (kind_ == image_disk::Kind::device && !image_disk::sync(handle_))
         return fail(failure);
-    // Before it is closed: a failure of that cannot be about data that the disk has.
-    completed_ = true;
-    return ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE)) == 0 || fail(failure);
+    if (ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE)) == 0)
+        return true;
+    fail(failure);
+    if (!existed())
+        (void)file_system::remove(path_.c_str());
+    return false;
 }
 
 bool Image_Target::fail(Failure& failure)

@@ -39,27 +39,30 @@ public:
     [[nodiscard]] bool write(const void* data, std::uint64_t size, std::uint64_t offset,
                              Failure& failure);
 
-    /// Completes it: what is not written becomes zero if that was asked for, and the disk has it
+    /// Completes it: what is not written becomes zero if that was asked for, and a device has it
     /// all.
     /// @param size  bytes of the source
     [[nodiscard]] bool complete(std::uint64_t size, Failure& failure);
 
     /// Bytes that were written.
     std::uint64_t written() const { return written_; }
+    /// Whether what was there before is not as it was any more.
+    bool is_changed() const { return existed() && (written_ > 0 || emptied_ || settled_ > 0); }
 
 private:
     bool open_handle(std::uint64_t size, bool zero, Failure& failure);
     bool make_zero(std::uint64_t end, Failure& failure);
     bool fail(Failure& failure);
+    void discard();
 
     std::string path_;
     image_disk::Kind kind_ = image_disk::Kind::none; // as it was found
     ACE_HANDLE handle_ = ACE_INVALID_HANDLE;
+    bool emptied_ = false;      // a file that was there
     bool zero_device_ = false;  // gaps have to be made zero
     std::uint64_t settled_ = 0; // of a device: every byte before is written or was made zero
     std::uint64_t written_ = 0;
     std::uint64_t store_from_ = 0; // the system was told to store what stands before
-    bool completed_ = false;
 };
 
 } // namespace cio

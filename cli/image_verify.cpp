@@ -1,10 +1,12 @@
-#include "cli/found_blocks_writer.h"
 #include "cli/image_extra.h"
 #include "cli/image_reading.h"
+#include "cli/image_source.h"
 #include "cli/interrupt.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
+#include <vector>
 
 namespace cio
 {
@@ -30,7 +32,7 @@ public:
     }
     bool compare(const char* data, std::uint64_t size, std::uint64_t offset);
     /// Compares what stands behind the last extent. @return whether it is the same
-    bool finish() { return source_ == nullptr || check_rest(source_->size()); }
+    bool finish() { return source_ == nullptr || check_rest(end_); }
 
     /// Why the comparison could not go on; no text when that was not so.
     const Failure& failure() const { return failure_; }
@@ -51,20 +53,22 @@ private:
     const std::string& path_;
     bool size_known_ = false;
     Image_Extra::Rest rest_ = Image_Extra::Rest::other;
+    std::uint64_t end_ = 0;      // of what is compared
     std::uint64_t position_ = 0; // behind the last extent
     std::unique_ptr<char[]> buffer_ = std::make_unique<char[]>(buffer_size);
+    std::vector<char> zeros_; // once it is needed
     Failure failure_;
 };
 
 bool Verify::handle_superblock(const qovr::Image_Superblock& super)
 {
-    if (super.data_blocks == qovr::unknown_block_count)
-        report_.file_found(std::nullopt);
-    else
-        report_.file_found(super.data_blocks * super.data_blk_size);
-    report_.all_found();
+    report_image_found(report_, super);
     size_known_ = super.source_size != 0;
-    return source_ == nullptr || !size_known_ || super.source_size == source_->size() ||
+    if (source_ == nullptr)
+        return true;
+    end_ = size_known_ ? super.source_size : source_->size();
+    // An image is at home on a larger disk too.
+    return end_ == source_->size() || (source_->is_device() && end_ < source_->size()) ||
            tell_size(std::to_string(super.source_size));
 }
 
@@ -82,7 +86,7 @@ bool Verify::compare(const char* data, std::uint64_t size, std::uint64_t offset)
         if (!size_known_ && position_ > source_->size())
             return tell_size("at least " + std::to_string(position_));
         // What fills the last block up is not the source's.
-        const std::uint64_t there = std::min(size, source_->size() - offset);
+        const std::uint64_t there = std::min(size, end_ - offset);
         if (!compare_with_source(data, there, offset))
             return false;
     }
@@ -101,10 +105,10 @@ bool Verify::check_rest(std::uint64_t end)
             return true;
         position_ = range->offset;
         const std::uint64_t range_end = std::min(range->end(), end);
-        const std::vector<char> zeros(buffer_size);
+        zeros_.resize(buffer_size);
         while (position_ < range_end) {
             const std::uint64_t n = std::min(buffer_size, range_end - position_);
-            if (!compare_with_source(zeros.data(), n, position_))
+            if (!compare_with_source(zeros_.data(), n, position_))
                 return false;
             position_ += n;
         }
@@ -118,10 +122,10 @@ bool Verify::compare_with_source(const char* data, std::uint64_t size, std::uint
         const std::uint64_t n = std::min(buffer_size, size - done);
         if (interrupt::requested() || !source_->read(buffer_.get(), n, offset + done, failure_))
             return false;
-        const auto differs = std::mismatch(buffer_.get(), buffer_.get() + n, data + done).first;
-        if (differs != buffer_.get() + n) {
-            const std::uint64_t byte =
-                offset + done + static_cast<std::uint64_t>(differs - buffer_.get());
+        if (std::memcmp(buffer_.get(), data + done, n) != 0) {
+            const auto at =
+                std::mismatch(buffer_.get(), buffer_.get() + n, data + done).first - buffer_.get();
+            const std::uint64_t byte = offset + done + static_cast<std::uint64_t>(at);
             report_.difference(path_, "content", "content differs at byte " + std::to_string(byte),
                                static_cast<std::int64_t>(byte));
             return false;

@@ -7,7 +7,6 @@
 #include <limits>
 #include <new>
 #include <string>
-#include <utility>
 
 namespace
 {
@@ -36,12 +35,6 @@ try {
     blocks_.reserve(count);
 } catch (const std::exception&) {
     errno = ENOMEM; // add_block() finds out whether they fit nevertheless
-}
-
-void Image_Block_Writer::take_blocks(std::vector<Block> blocks)
-{
-    reset();
-    blocks_ = std::move(blocks);
 }
 
 void Image_Block_Writer::reset()

@@ -17,7 +17,8 @@
 /// extent (as they are reserved), beside two descriptor blocks.
 ///
 /// Failures are logged in one line at most; the Client_IO keeps its own error(). Nothing is rolled
-/// back: what was written stays in the file, and is refused by readers.
+/// back: what was written stays in the file, and readers refuse it unless only the last progress()
+/// said stop.
 class CLIENT_IO_EXPORT Image_Block_Writer : public Image_Client_IO_Writer
 {
 public:
@@ -46,8 +47,6 @@ public:
     void add_block(std::uint64_t offset, std::uint64_t length);
     /// Makes room for @p count extents in all, so that they cost 16 bytes each.
     void reserve(std::uint64_t count);
-    /// Makes @p blocks the list, without a copy of it.
-    void take_blocks(std::vector<Block> blocks);
     /// Empties the list. The state of the image stays: for another image take another object.
     void reset();
     bool empty() const { return blocks_.empty(); }

@@ -7,7 +7,8 @@
 
 /// Collects the small pieces of a JSON text in a buffer of @p N bytes, a power of two.
 ///
-/// A derived class takes the bytes in overflow(), in multiples of N but for the last ones. Its
+/// A derived class takes the bytes in overflow(): what the buffer holds when a piece does not fit
+/// any more, and of a piece that is larger than the buffer a multiple of N at once. Its
 /// destructor has to call flush(): that of this class is too late for it, and the bytes would be
 /// lost.
 template <std::size_t N>

@@ -6,7 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Writes a JSON text to the open file of a Client_IO, in pieces of 2048 bytes or multiples of it.
+/// Writes a JSON text to the open file of a Client_IO, with about one write for every
+/// 2048 bytes.
 ///
 /// After a write that failed everything that follows is dropped, without a further write. The
 /// operations of YAJL_Printer do not tell: flush() and ask this object itself when the document is

@@ -175,6 +175,32 @@ TEST_F(Image_Of_Odd_Ext, DamagedBitmapsMeanAllBlocks)
     expect_all_stored("cannot be read");
 }
 
+TEST_F(Image_Of_Odd_Ext, BitmapsThatDoNotAgreeWithTheirCountsMeanAllBlocks)
+{
+    // ext2 has no checksums, so that only the counts tell.
+    ASSERT_NO_FATAL_FAILURE(make_file_system("-t ext2 -b 1024"));
+    ASSERT_TRUE(shell("dumpe2fs disk 2>/dev/null | grep -o 'Block bitmap at [0-9]*' | "
+                      "grep -o '[0-9]*' | sed -n 2p >bitmap && test -s bitmap"))
+        << read("log");
+    write_into("disk", std::stoull(read("bitmap")) * 1024, std::string(1024, '\0'));
+    expect_all_stored("do not agree");
+}
+
+TEST_F(Image_Of_Odd_Ext, DamagedGroupDescriptorsMeanAllBlocks)
+{
+    ASSERT_NO_FATAL_FAILURE(make_file_system("-t ext4 -b 4096 -O uninit_bg,^metadata_csum"));
+    write_into("disk", 4096, "\x77"); // of the place of the first group's bitmap
+    expect_all_stored("");
+}
+
+TEST_F(Image_Of_Odd_Ext, BehindAPartitionTableItMayBeALeftOver)
+{
+    ASSERT_NO_FATAL_FAILURE(make_file_system("-t ext4"));
+    write_into("disk", 446 + 4, "\x83");
+    write_into("disk", 510, "\x55\xAA");
+    expect_all_stored("partition table");
+}
+
 TEST_F(Image_Of_Odd_Ext, WhatStandsBehindTheFileSystemIsNotStored)
 {
     ASSERT_NO_FATAL_FAILURE(make_file_system("-t ext4"));

@@ -71,6 +71,20 @@ TEST_F(Image_Extents, WhatInfoWritesCanBeGivenBack)
     }
 }
 
+TEST_F(Image_Extents, WhatInfoWroteOfACutImageIsRefused)
+{
+    write_sparse("disk", 1'000'000, {{0, "x"}, {200'000, "y"}, {500'000, "z"}});
+    save("disk", "first");
+    std::filesystem::resize_file(at("target/first"), 100'000);
+    const std::string lines = image("info", {uri(), "first"}).out;
+    EXPECT_NE(lines.find("\n0 65536\n"), std::string::npos) << lines;
+    expect_usage(lines, "it is the beginning of what");
+    // Without the line that tells of the error, as when something else cut the list.
+    const std::string json = image("info", {"--json", uri(), "first"}).out;
+    const std::size_t error = json.rfind('\n', json.find("\"error\""));
+    expect_usage(json.substr(0, error), "it is the beginning of what");
+}
+
 TEST_F(Image_Extents, StandardInputServesToo)
 {
     EXPECT_EQ(

@@ -163,6 +163,21 @@ TEST_F(Image_Restore, ExtentsOfAnyOrderAreRestoredTheLastOneOfABlockHolds)
                                 block('a') + block('c') + block('\0'));
 }
 
+TEST_F(Image_Restore, ASizeThatNoFileCanHaveLeavesNoFile)
+{
+    qovr::Image_Options options;
+    options.data_block_size = options.descriptor_block_size = 512;
+    options.source_size = (std::uint64_t{1} << 63U) - 1;
+    write("target/huge", Image_Builder(options).finish(0, 1, 'a'));
+    EXPECT_EQ(image("restore", {uri(), "huge", "back"}).code, 1);
+    EXPECT_FALSE(exists("back"));
+    options.source_size = 0;
+    write("target/far", Image_Builder(options).finish((std::uint64_t{1} << 54U) - 1, 1, 'a'));
+    EXPECT_EQ(image("restore", {uri(), "far", "back"}).code, 1);
+    EXPECT_FALSE(exists("back"));
+    EXPECT_EQ(extents("far"), "9223372036854775296 512\n");
+}
+
 TEST_F(Image_Restore, ASourceOfUnknownSizeEndsBehindTheLastExtent)
 {
     qovr::Image_Options options;

@@ -17,8 +17,8 @@ protected:
     }
 };
 
-constexpr const char* all_commands[] = {"put",   "get",      "cat",    "ls",   "tree",
-                                        "stat",  "du",       "cp",     "mv",   "rm",
+constexpr const char* all_commands[] = {"put",   "get",      "cat",    "ls",    "tree",
+                                        "stat",  "du",       "cp",     "mv",    "rm",
                                         "mkdir", "truncate", "verify", "image", "serve"};
 
 TEST_F(Usage, HelpOfEveryCommandHasAnExample)
