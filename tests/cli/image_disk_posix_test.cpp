@@ -1,9 +1,13 @@
 #include "tests/cli/image_test.h"
 #include "tests/cli/mount.h"
 
+#include "cli/image_source.h"
+
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 /// Full disks, devices, and files that are none.
 class Image_On_Disk : public Image_Test
@@ -62,12 +66,65 @@ TEST_F(Image_On_Disk, ADeviceIsStoredAndRestored)
     done("restore", {"--overwrite", "--zero", uri(), "image", device.name()});
     expected = read("disk") + old.substr((6 << 20) + 512);
     EXPECT_EQ(read("backing"), expected);
+    // The disk is larger, but holds what the image does.
+    done("verify", {uri(), "image", device.name()});
 
     save(device.name(), "of device");
     EXPECT_EQ(extents("of device"), "1048576 131072\n5242880 65536\n6291456 2097152\n");
     done("verify", {uri(), "of device", device.name()});
     done("restore", {uri(), "of device", "back"});
     EXPECT_TRUE(same("backing", "back"));
+}
+
+TEST_F(Image_On_Disk, ADeviceInUseStaysAsItIs)
+{
+    const std::string old = pattern(1 << 20, 7);
+    write("backing", old);
+    write("disk", pattern(1 << 20));
+    save("disk", "image");
+    const Loop_Device device(path("backing"));
+    if (!device.exists()) {
+        ASSERT_TRUE(tests_without_mount()) << "this test has to make a loop device";
+        GTEST_SKIP() << "left out: the test of a device";
+    }
+    const int user = ::open(device.name().c_str(), O_RDONLY | O_EXCL | O_CLOEXEC);
+    ASSERT_GE(user, 0); // as a mount does it
+    EXPECT_EQ(image("restore", {"--overwrite", uri(), "image", device.name()}).code, 1);
+    ::close(user);
+    EXPECT_EQ(read("backing"), old);
+}
+
+TEST_F(Image_On_Disk, ADeviceIsNotStoredInItself)
+{
+    const std::string old = pattern(1 << 20, 7);
+    write("backing", old);
+    const Loop_Device device(path("backing"));
+    if (!device.exists()) {
+        ASSERT_TRUE(tests_without_mount()) << "this test has to make a loop device";
+        GTEST_SKIP() << "left out: the test of a device";
+    }
+    std::filesystem::create_directory(at("target"));
+    std::filesystem::create_symlink(device.name(), at("target/link"));
+    EXPECT_EQ(image("save", {"--overwrite", device.name(), uri(), "link"}).code, 1);
+    EXPECT_EQ(read("backing"), old);
+}
+
+TEST_F(Image_On_Disk, ADeviceThatGetsAnotherBeginningHasChanged)
+{
+    write("backing", pattern(1 << 20, 7));
+    const Loop_Device device(path("backing"));
+    if (!device.exists()) {
+        ASSERT_TRUE(tests_without_mount()) << "this test has to make a loop device";
+        GTEST_SKIP() << "left out: the test of a device";
+    }
+    cio::Image_Source source;
+    cio::Failure failure;
+    ASSERT_TRUE(source.open(device.name(), failure)) << failure.text;
+    EXPECT_TRUE(source.is_unchanged());
+    const int writer = ::open(device.name().c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(::pwrite(writer, "new", 3, 1024), 3);
+    ::close(writer);
+    EXPECT_FALSE(source.is_unchanged());
 }
 
 TEST_F(Image_On_Disk, ADeviceThatIsTooSmallStaysAsItIs)

@@ -88,6 +88,18 @@ TEST_F(Image_Restore, WhatIsNoImageIsRefusedBeforeTheTargetIsTouched)
     EXPECT_FALSE(exists("new"));
 }
 
+TEST_F(Image_Restore, AnImageOfASuperBlockAloneCostsNothing)
+{
+    write("small", pattern(200'000));
+    save("small", "cut");
+    std::filesystem::resize_file(at("target/cut"), 512);
+    write("old", "what was there");
+    EXPECT_EQ(image("restore", {"--overwrite", "--zero", uri(), "cut", "old"}).code, 1);
+    EXPECT_EQ(read("old"), "what was there");
+    EXPECT_EQ(image("restore", {uri(), "cut", "new"}).code, 1);
+    EXPECT_FALSE(exists("new"));
+}
+
 TEST_F(Image_Restore, DamageThatIsFoundLateIsToldWithWhatWasWritten)
 {
     write("dense", pattern(3 << 20));
