@@ -5,7 +5,7 @@ import os
 import random
 import shutil
 
-from comparison import MIB, Case, Comparison_Failed, Program, Target, aside, file_url
+from comparison import MIB, Case, Comparison_Failed, Program, Target, aside, file_url, warm
 from data import SEED
 
 PAGE = 64 << 10
@@ -61,6 +61,10 @@ def image_cases(runner, cio, size, data):
             if os.path.exists(path):
                 os.unlink(path)
 
+    def prepare_saving():
+        remove()
+        warm(runner.work)
+
     def save(name, *options):
         return [cio, "image", "save", image, file_url(runner.work), f"/stored.{name}", *options]
 
@@ -86,7 +90,7 @@ def image_cases(runner, cio, size, data):
                                              ("wall", 1, "partclone"))]
     # What any program takes here counts as memory too: this script's own.
     yield Case(f"{title}, saved", [Program(name, command) for name, command in saved.items()],
-               targets + [Target("peak", 32)], written, remove, check_saved)
+               targets + [Target("peak", 32)], written, prepare_saving, check_saved)
 
     # Each restores what it stored.
     for command in saved.values():
@@ -103,6 +107,10 @@ def image_cases(runner, cio, size, data):
     def remove_back():
         if os.path.exists(back):
             os.unlink(back)
+
+    def prepare_restoring():
+        remove_back()
+        warm(runner.work)
 
     def check_restored(program, thorough):
         if program.name == "dd":
@@ -128,7 +136,7 @@ def image_cases(runner, cio, size, data):
          for measure, limit, other in (("cpu", 1.1, "dd"), ("cpu", 1, "qemu-img"),
                                        ("wall", 1, "qemu-img"), ("cpu", 1, "partclone"),
                                        ("wall", 1, "partclone"))] + [Target("peak", 32)],
-        written, remove_back, check_restored)
+        written, prepare_restoring, check_restored)
     remove_back()
     remove()
     os.unlink(image)

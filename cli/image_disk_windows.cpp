@@ -4,6 +4,7 @@
 #include "platform/runtime/os_error.h"
 
 #include <ace/OS_NS_errno.h>
+#include <ace/os_include/os_fcntl.h>
 #include <algorithm>
 #include <string_view>
 #include <windows.h>

@@ -234,10 +234,10 @@ protected:
 
 TEST_F(Interrupted_Image, SavingLeavesNoImage)
 {
-    write("disk", pattern(64 << 20));
+    write("disk", pattern(16 << 20));
     EXPECT_EQ(end_in_progress({"image", "save", "disk", uri(), "image"}).code, 130);
     EXPECT_FALSE(exists("target/image"));
-    write("all", "0 67108864\n");
+    write("all", "0 16777216\n");
     EXPECT_EQ(end_in_progress({"image", "save", "--extents", "all", "disk", uri(), "image"}).code,
               130);
     EXPECT_FALSE(exists("target/image"));
@@ -245,11 +245,11 @@ TEST_F(Interrupted_Image, SavingLeavesNoImage)
 
 TEST_F(Interrupted_Image, RestoringLeavesNoNewFileAndNamesOneThatWasThere)
 {
-    write("disk", pattern(64 << 20));
+    write("disk", pattern(16 << 20));
     save("disk", "image");
     EXPECT_EQ(end_in_progress({"image", "restore", uri(), "image", "back"}).code, 130);
     EXPECT_FALSE(exists("back"));
-    write("back", pattern(64 << 20, 2));
+    write("back", pattern(16 << 20, 2));
     const Cio_Result result =
         end_in_progress({"image", "restore", "--overwrite", uri(), "image", "back"});
     EXPECT_EQ(result.code, 130);
@@ -259,7 +259,7 @@ TEST_F(Interrupted_Image, RestoringLeavesNoNewFileAndNamesOneThatWasThere)
 
 TEST_F(Interrupted_Image, VerifyingEnds)
 {
-    write("disk", pattern(64 << 20));
+    write("disk", pattern(16 << 20));
     save("disk", "image");
     const Cio_Result result = end_in_progress({"image", "verify", uri(), "image", "disk"});
     EXPECT_EQ(result.code, 130);
