@@ -186,20 +186,21 @@ TEST(YAJL_Client_IO_Printer, PrettyTextHasALineForEachMember)
                                  "}\n");
 }
 
-/// A value whose text has 16 MiB and more: many small members, and a few large ones.
+/// A value whose text has 16 MiB and more (less in a sanitized build, which says how much): many
+/// small members, and a few large ones.
 Value large_value()
 {
     Value value = Value::object();
     Value& entries = value["entries"] = Value::array();
-    for (int i = 0; i < 100'000; ++i)
+    for (int i = 0; i < LARGE_DOCUMENT_ENTRIES; ++i)
         entries.push_back({{"name", "folder/file " + std::to_string(i) + "\t\"\xc3\xa9\""},
                            {"size", std::uint64_t(i) << 33U},
                            {"change", -i},
                            {"rate", i / 7.0},
                            {"directory", i % 9 == 0},
                            {"owner", nullptr}});
-    value["large"] = std::string(5'000'000, 'x');
-    value["escaped"] = std::string(1'000'000, '\n');
+    value["large"] = std::string(50 * LARGE_DOCUMENT_ENTRIES, 'x');
+    value["escaped"] = std::string(10 * LARGE_DOCUMENT_ENTRIES, '\n');
     return value;
 }
 
@@ -209,7 +210,8 @@ protected:
     static void SetUpTestSuite()
     {
         value_ = new Value(large_value());
-        ASSERT_GE(JSON_Dump(*value_, false).size(), std::size_t(16) << 20U);
+        constexpr std::size_t of_an_entry = 168; // bytes, with its part of the large members
+        ASSERT_GE(JSON_Dump(*value_, false).size(), of_an_entry * LARGE_DOCUMENT_ENTRIES);
     }
     static void TearDownTestSuite() { delete value_; }
 
