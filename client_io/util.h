@@ -15,7 +15,7 @@
 // open on it is closed first.
 
 /// Makes a formatted text the contents of a file, which is replaced when it is there.
-/// @param format  as for printf; numbers of 64 bits are passed with the directives of <cinttypes>.
+/// @param format  as for printf; numbers of 64 bits are passed with the directives of `cinttypes`.
 ///     What cannot be formatted, or is long and finds no memory, becomes an empty file.
 CLIENT_IO_EXPORT bool client_io_write_format(Client_IO& io, const char* path, const char* format,
                                              ...)
