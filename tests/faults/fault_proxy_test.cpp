@@ -157,12 +157,16 @@ TEST(Fault_Proxy_Test, UploadsBreakAtTheirPlace)
             Scripted_Server server({[&](Connection& connection) {
                 connection.head();
                 came = connection.part_of_body(size).body;
+                // An answer to what came before the fault could overtake it.
+                connection.stall();
                 connection.send("answer"); // which a half-closed connection still forwards
                 connection.half_close();
             }});
-            Fault_Proxy proxy(
-                server.port(),
-                at_first({.kind = kind, .direction = to_server, .after = upload_head + size}));
+            Fault_Proxy proxy(server.port(),
+                              at_first({.kind = kind,
+                                        .direction = to_server,
+                                        .after = upload_head + size,
+                                        .when_it_happens = [&] { server.release(); }}));
             {
                 Client client(proxy);
                 client.send(upload);
