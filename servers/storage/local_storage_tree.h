@@ -60,6 +60,7 @@ public:
     Storage_Result remove(std::string_view path) override;
     Storage_Result copy(std::string_view from, std::string_view to, bool overwrite) override;
     Storage_Result move(std::string_view from, std::string_view to, bool overwrite) override;
+    bool syncs() const override { return state_->sync; }
     std::uint64_t used() const override;
     Storage_Result subtree(std::string_view path, std::unique_ptr<Storage_Tree>& tree) override;
 

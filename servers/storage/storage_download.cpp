@@ -70,8 +70,7 @@ std::string listed(const Storage_Tree::Entry& entry)
 Storage_Service::Answer Storage_Service::get(HTTP_Exchange& exchange, Storage_Tree& tree)
 {
     std::unique_ptr<Storage_Tree::Download> file;
-    const Storage_Result result =
-        co_await run_blocking(disk_, [&] { return tree.download(exchange.path, file); });
+    const Storage_Result result = tree.download(exchange.path, file);
     if (result) {
         co_await get_file(exchange, *file);
     } else if (result.failure == Storage_Failure::is_collection) {
@@ -180,8 +179,7 @@ Storage_Service::Answer Storage_Service::list(HTTP_Exchange& exchange, Storage_T
 Storage_Service::Answer Storage_Service::head(HTTP_Exchange& exchange, Storage_Tree& tree)
 {
     Storage_Status status;
-    Storage_Result result =
-        co_await run_blocking(disk_, [&] { return tree.status(exchange.path, status); });
+    Storage_Result result = tree.status(exchange.path, status);
     if (result && status.is_dir)
         result.failure = Storage_Failure::is_collection;
     if (!result) {

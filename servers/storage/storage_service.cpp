@@ -15,7 +15,7 @@ namespace asio = boost::asio;
 namespace
 {
 
-/// Threads for what waits for the disk.
+/// Threads for what waits by its nature.
 constexpr std::size_t disk_threads = 16;
 constexpr unsigned private_mask = 077;
 
@@ -170,8 +170,7 @@ Storage_Service::Answer Storage_Service::transfer(HTTP_Exchange& exchange, Stora
         co_return;
     }
     Storage_Status status;
-    const Storage_Result found =
-        co_await run_blocking(disk_, [&] { return tree.status(exchange.path, status); });
+    const Storage_Result found = tree.status(exchange.path, status);
     if (!found) {
         co_await answer_failure(exchange, found, true);
         co_return;
@@ -195,8 +194,7 @@ asio::awaitable<bool> Storage_Service::check_conditions(HTTP_Exchange& exchange,
     if (match == nullptr && none_match == nullptr)
         co_return true;
     Storage_Status status;
-    const Storage_Result found =
-        co_await run_blocking(disk_, [&] { return tree.status(exchange.path, status); });
+    const Storage_Result found = tree.status(exchange.path, status);
     if (match != nullptr && !(found && names_entity_tag(*match, status.entity_tag, false))) {
         co_await exchange.answer_error(412, "The file is not the one that was asked for");
         co_return false;

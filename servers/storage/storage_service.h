@@ -12,8 +12,10 @@
 
 /// Serves a Storage_Tree: GET, HEAD, PUT, POST, DELETE, MKCOL, COPY and MOVE.
 ///
-/// Blocks of open files are read and written on the connection's thread; everything else that waits
-/// for the disk is done by a few threads of this object's own.
+/// Files are looked up, opened, read and written by blocks on the connection's thread: what the
+/// kernel has in its caches takes less time than handing it to another thread would. What waits by
+/// its nature (for the disk to have something, for a whole directory, for the space of a file that
+/// goes) is done by a few threads of this object's own.
 class Storage_Service : public HTTP_Service
 {
 public:
@@ -53,7 +55,7 @@ private:
     Answer upload(HTTP_Exchange& exchange, Storage_Tree& tree, Storage_Tree::Upload_Kind whole,
                   Storage_Tree::Upload_Kind part);
     Answer receive(HTTP_Exchange& exchange, Storage_Tree::Upload& upload, std::uint64_t most,
-                   bool exactly);
+                   bool exactly, bool syncs);
     Answer transfer(HTTP_Exchange& exchange, Storage_Tree& tree, bool removes);
     /// Holds conditions against what is there (RFC 9110, 13.2.2).
     /// @return false when they do not hold; the answer has been given

@@ -125,6 +125,8 @@ public:
     /// Likewise, and @p from is gone in the same step.
     virtual Storage_Result move(std::string_view from, std::string_view to, bool overwrite) = 0;
 
+    /// Whether success waits for the disk, as the options said.
+    virtual bool syncs() const = 0;
     /// Bytes of all files as the quota counts them; 0 without a quota.
     virtual std::uint64_t used() const = 0;
 

@@ -29,10 +29,15 @@ Storage_Service::Answer Storage_Service::upload(HTTP_Exchange& exchange, Storage
         co_return;
     }
     std::unique_ptr<Storage_Tree::Upload> upload;
-    Storage_Result result = co_await run_blocking(disk_, [&] {
-        return tree.upload(exchange.path, request.has_range ? part : whole, request.first,
-                           request.options, upload);
-    });
+    const Storage_Tree::Upload_Kind kind = request.has_range ? part : whole;
+    const auto begin = [&] {
+        return tree.upload(exchange.path, kind, request.first, request.options, upload);
+    };
+    Storage_Result result;
+    if (kind == Storage_Tree::Upload_Kind::create && !tree.syncs())
+        result = begin();
+    else
+        result = co_await run_blocking(disk_, begin);
     if (!result) {
         co_await answer_failure(exchange, result, false);
         co_return;
@@ -45,12 +50,12 @@ Storage_Service::Answer Storage_Service::upload(HTTP_Exchange& exchange, Storage
     }
     const std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
     co_await receive(exchange, *upload, request.size.value_or(unlimited),
-                     request.size.has_value() && !may_lack);
+                     request.size.has_value() && !may_lack, tree.syncs());
 }
 
 Storage_Service::Answer Storage_Service::receive(HTTP_Exchange& exchange,
                                                  Storage_Tree::Upload& upload, std::uint64_t most,
-                                                 bool exactly)
+                                                 bool exactly, bool syncs)
 {
     Storage_Result result;
     std::string_view data;
@@ -63,7 +68,10 @@ Storage_Service::Answer Storage_Service::receive(HTTP_Exchange& exchange,
     }
     const bool whole = !exactly || most == 0;
     if (body == HTTP_Exchange::Body::end && whole) {
-        result = co_await run_blocking(disk_, [&] { return upload.finish(); });
+        if (syncs)
+            result = co_await run_blocking(disk_, [&] { return upload.finish(); });
+        else
+            result = upload.finish();
         if (result) {
             co_await exchange.answer(200);
             co_return;
