@@ -102,17 +102,18 @@ void Get::get_one(Client_IO& io, const std::string& path, const std::string& loc
         remote.empty() ? Client_IO_Base::size_of_directory : io.size(remote.c_str());
     std::optional<Client_IO_Base::Directory_Entry> entry(std::in_place);
     entry->size = size;
-    // The time is only needed for what may be continued one day, and asking for it means listing a
-    // whole directory.
-    if (size != Client_IO_Base::size_of_directory && (transfer_.resume || size >= worth_continuing))
+    // Asking for the time means listing a whole directory.
+    if ((transfer_.resume && size != Client_IO_Base::size_of_directory) ||
+        size == Client_IO_Base::size_unknown)
     {
         Failure failure;
         entry = find_entry(io, remote, failure);
-        if (!entry && (transfer_.resume || size == Client_IO_Base::size_unknown))
-            return transfer_.report.error(path, failure);
-        // From a target that cannot list, the file can be had all the same.
         if (!entry)
-            entry.emplace().size = size;
+            return transfer_.report.error(path, failure);
+    } else if (const std::optional<std::string> source = transfer_.target.local_path(remote)) {
+        file_system::Status here;
+        if (file_system::status(source->c_str(), true, here))
+            entry->mtime = here.mtime_seconds();
     }
     if (size != Client_IO_Base::size_of_directory && !entry->is_dir)
         return get_named_file(remote, local_is_directory ? join_path(local, name) : local,

@@ -112,7 +112,10 @@ std::uint64_t Get_Worker::find_start(const Get_Job& job, const file_system::Stat
                                      std::uint64_t& compare_from)
 {
     const bool transforms = transfer_.target.transforms(job.remote);
-    const auto record = Resume_Record("get", transfer_.target, job.remote, job.local).load();
+    auto record = Resume_Record("get", transfer_.target, job.remote, job.local).load();
+    // What was begun without a listing is recorded in the target's own words, which this one lacks.
+    if (record && record->mtime == 0 && job.source.tag.empty())
+        record.reset();
     // The stored size says nothing about that of the contents, which are read from their start
     // anyway and compared on the way.
     std::string obstacle = obstacle_to_continuing(

@@ -111,6 +111,8 @@ std::optional<Source_Version> Resume_Record::load() const
 
 void Resume_Record::store(const Source_Version& version) const
 {
+    if (version.mtime == 0 && version.tag.empty())
+        return remove();
     if (path_.empty() || mkdir_p(parent_path(path_).c_str(), private_directory, {}) != 0)
         return;
     json_spirit::Object object{{"size", version.size}, {"mtime", version.mtime}};

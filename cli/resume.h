@@ -13,7 +13,8 @@ namespace cio
 struct Source_Version
 {
     std::uint64_t size = 0;
-    std::int64_t mtime = 0; ///< in the source's own unit: nanoseconds here, seconds on targets
+    /// In the source's own unit: nanoseconds here, seconds on targets; 0 = unknown.
+    std::int64_t mtime = 0;
     /// What an open file of a target says of its contents ("file_version"), empty when it says
     /// nothing or was not opened.
     std::string tag{};
@@ -50,6 +51,7 @@ public:
                   const std::string& local);
 
     std::optional<Source_Version> load() const;
+    /// A version without time and tag, which says nothing, leaves no record.
     void store(const Source_Version& version) const;
     void remove() const;
 

@@ -108,6 +108,33 @@ TEST(Cio_And_Servers, AFileIsHadFromAServerThatCannotList)
 }
 
 /// A download of a large file that died behind its first 2 MiB.
+std::size_t count_of(const std::string& text, const std::string& part)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+TEST(Cio_Download, AsksForItsFileAndNotForTheListingOfADirectory)
+{
+    const Temp_Directory here;
+    const std::string log = here / "log";
+    const std::string data = sample_bytes(3'000'000);
+    Storage_Server_Process server({"--access-log", log});
+    write_local(server.file("large"), data);
+    const Program_Result run =
+        run_program({CIO_PROGRAM, "get", server.uri(), "large", here / "copy"});
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_TRUE(read_local(here / "copy") == data);
+    ASSERT_EQ(server.end(), 0);
+    const std::string requests = read_local(log);
+    // One asks whether it is a directory, the next opens it.
+    EXPECT_EQ(count_of(requests, "\"HEAD //large "), 2U) << requests;
+    EXPECT_EQ(count_of(requests, "\"GET //large "), 1U) << requests;
+    EXPECT_EQ(count_of(requests, "\n"), 3U) << requests;
+}
+
 class Cio_Download_That_Died : public testing::Test
 {
 protected:
@@ -134,18 +161,10 @@ protected:
 
     const Temp_Directory here_;
     const std::string log_ = here_ / "log";
-    const std::string copy_ = here_ / "copy";
+    const std::string copy_ = here_ / "large";
     const std::string data_ = sample_bytes(5'000'000);
     Storage_Server_Process server_{{"--access-log", log_}};
 };
-
-std::size_t count_of(const std::string& text, const std::string& part)
-{
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++count;
-    return count;
-}
 
 TEST_F(Cio_Download_That_Died, GoesOnWithOneHeadAndOneGet)
 {
@@ -157,6 +176,18 @@ TEST_F(Cio_Download_That_Died, GoesOnWithOneHeadAndOneGet)
     EXPECT_EQ(count_of(requests, "\"HEAD //large "), 1U) << requests;
     EXPECT_EQ(count_of(requests, "\"GET //large "), 1U) << requests;
     EXPECT_EQ(count_of(requests, "\n"), 2U) << requests;
+}
+
+// The record of the single file says what the server told when it was opened, which a listing of
+// its directory does not.
+TEST_F(Cio_Download_That_Died, GoesOnAsAFileOfItsDirectory)
+{
+    const Program_Result run =
+        run_program({"env", "XDG_STATE_HOME=" + (here_ / "state"), CIO_PROGRAM, "get", "--resume",
+                     server_.uri(), "/", here_.str()});
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(run.err.find("starts again"), std::string::npos) << run.err;
+    EXPECT_TRUE(read_local(copy_) == data_);
 }
 
 TEST_F(Cio_Download_That_Died, StartsAgainWhenItsSourceWasReplaced)
