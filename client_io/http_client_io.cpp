@@ -1,5 +1,6 @@
 #include "client_io/http_client_io.h"
 
+#include "platform/http/http_date.h"
 #include "platform/http/http_encode.h"
 #include "platform/http/json_http_session.h"
 #include "platform/json/json_value.h"
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cinttypes>
 #include <cstring>
 #include <limits>
@@ -84,18 +86,25 @@ std::string content_range(std::uint64_t first)
 /// @param total  open_end when the server does not know it
 bool parse_content_range(const std::string& text, std::uint64_t& first, std::uint64_t& total)
 {
+    std::string_view rest = text;
+    const auto skip = [&rest](std::string_view words) {
+        const bool there = rest.starts_with(words);
+        rest.remove_prefix(there ? words.size() : 0);
+        return there;
+    };
+    const auto number = [&rest](std::uint64_t& value) {
+        const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), value);
+        rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+        return error == std::errc();
+    };
     std::uint64_t last = 0;
-    int used = 0;
-    if (std::sscanf(text.c_str(), "bytes %" SCNu64 "-%" SCNu64 "/%n", &first, &last, &used) != 2 ||
-        used == 0 || last < first)
+    if (!skip("bytes ") || !number(first) || !skip("-") || !number(last) || !skip("/") ||
+        last < first)
         return false;
-    const std::string rest = text.substr(static_cast<std::size_t>(used));
     total = open_end;
     if (rest == "*")
         return true;
-    char* end = nullptr;
-    total = std::strtoull(rest.c_str(), &end, 10);
-    return !rest.empty() && *end == '\0' && last < total;
+    return number(total) && rest.empty() && last < total;
 }
 
 /// Whether it names an entry of a directory, not the directory itself or something elsewhere.
@@ -110,6 +119,17 @@ std::string version_of(const HTTP_Response& response)
 {
     const std::string tag = response.entity_tag();
     return tag.empty() ? response.last_modified() : tag;
+}
+
+/// By the server's clock, when it says both times.
+std::optional<std::chrono::seconds> age_of(const HTTP_Response& response)
+{
+    const std::string* const date = response.headers().get("Date");
+    const auto now = date != nullptr ? parse_http_date(*date) : std::nullopt;
+    const auto changed = parse_http_date(response.last_modified());
+    if (!now || !changed)
+        return std::nullopt;
+    return std::chrono::seconds(*now - *changed);
 }
 
 bool is_same(const URI& one, const URI& other)
@@ -280,7 +300,7 @@ void HTTP_Client_IO::disconnect()
 
 bool HTTP_Client_IO::open(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size)
 {
-    if (!close())
+    if (is_open() && !close())
         return false;
     request_ = HTTP_Request();
     return open_file(path, mode, offset, size);
@@ -288,7 +308,7 @@ bool HTTP_Client_IO::open(const char* path, unsigned mode, std::uint64_t offset,
 
 bool HTTP_Client_IO::open(const char* path, unsigned mode, const json_spirit::Value& extra)
 {
-    if (!close())
+    if (is_open() && !close())
         return false;
     request_ = HTTP_Request();
     if (extra.is_object()) {
@@ -312,8 +332,10 @@ bool HTTP_Client_IO::is_open() const
 
 bool HTTP_Client_IO::close()
 {
-    if (!is_open())
+    if (!is_open()) {
+        replacement_ = {}; // nobody will go on with it
         return true;
+    }
     open_ = false;
     return mode_ == mode_read || finish_upload();
 }
@@ -372,8 +394,10 @@ bool HTTP_Client_IO::seek(std::uint64_t offset, std::uint64_t length)
 
 std::uint64_t HTTP_Client_IO::size(const char* path)
 {
+    if (replacement_.path == path)
+        replacement_ = {}; // whoever asks goes on as he sees fit
     if (simple_request(path, HTTP_Request::HEAD, {}))
-        return head_size_.value_or(0); // some say nothing of an empty file
+        return head_.size.value_or(0); // some say nothing of an empty file
     // Other servers lead from a directory's name to the same with a slash behind it.
     const bool is_directory = status_ == 405 || (webdav_ && status_ == 301);
     return is_connected() && is_directory ? size_of_directory : size_unknown;
@@ -385,7 +409,8 @@ bool HTTP_Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& ent
         return refuse(not_in_dialect);
     if (session_.get() == nullptr)
         return refuse("Not connected");
-    const HTTP_Request request = make_request(HTTP_Request::GET, path);
+    HTTP_Request request = make_request(HTTP_Request::GET, path);
+    request.headers().remove(HTTP_Headers::name(HTTP_Headers::forward));
     const std::string url = full_url(request.uri());
     const std::size_t before = entries.size();
     const auto take = [&entries](json_spirit::Value& element) {
@@ -549,9 +574,10 @@ bool HTTP_Client_IO::start_upload()
         // Until the server names the file that it has begun, it may still show the old contents,
         // which a resumed upload would take for its own beginning.
         const bool replaces = request_.headers().get(HTTP_Headers::content_range) == nullptr;
+        const bool dated = request_.headers().get(HTTP_Headers::last_modified) != nullptr;
         bool goes_on = false;
         if (replaces)
-            replacement_ = {path_, {}};
+            replacement_ = {path_, {}, std::chrono::steady_clock::now(), dated};
         connection_ = session_->start_put(request_, replaces ? &goes_on : nullptr);
     } else {
         request_.method(HTTP_Request::POST);
@@ -595,7 +621,6 @@ bool HTTP_Client_IO::finish_upload()
     }
     if (!connection_->body_sent()) {
         retriable_ = true;
-        errnum_ = protocol_error;
         error_ = format_text(
             "Failed to send body to %s: the server answered before it had all of it", url.c_str());
         return false;
@@ -618,6 +643,7 @@ bool HTTP_Client_IO::simple_request(const char* path, HTTP_Request::Method metho
     const std::string url = full_url(request.uri());
 
     errnum_ = protocol_error;
+    status_ = 0;
     HTTP_Response response;
     if (!send_aside([&] { return session_->send(request, response); })) {
         retriable_ = true;
@@ -626,10 +652,11 @@ bool HTTP_Client_IO::simple_request(const char* path, HTTP_Request::Method metho
     status_ = response.status();
     if (method == HTTP_Request::HEAD) {
         // That of a failure is the length of its text.
-        head_size_ = is_success(status_) ? response.content_length() : std::nullopt;
-        head_version_ = version_of(response);
+        head_.size = is_success(status_) ? response.content_length() : std::nullopt;
+        head_.version = version_of(response);
         const std::string* const id = response.headers().get(HTTP_Headers::file_id);
-        head_file_id_ = id != nullptr ? *id : std::string();
+        head_.file_id = id != nullptr ? *id : std::string();
+        head_.age = age_of(response);
     }
     retriable_ = CGI_Response::retriable(status_);
     if (is_success(status_) || (method == HTTP_Request::DELETE_ && status_ == 404))
@@ -690,24 +717,24 @@ bool HTTP_Client_IO::open_file(const char* path, unsigned mode, std::uint64_t of
     position_ = 0;
     open_ = false;
     version_.clear();
-    head_version_.clear();
+    opened_ = {};
     recv_block_.reset();
     HTTP_Headers given;
     std::swap(given, request_.headers());
     request_ = make_request(HTTP_Request::GET, path);
-    for (const auto& [name, value] : given)
-        request_.headers().put(name, value);
+    request_.headers().merge(given);
 
     if (mode_ != mode_append || offset != 0 || replacement_.path != path_)
         replacement_ = {};
-    else if (replacement_.file_id.empty() && overwrite_now_)
+    else if (webdav_ && overwrite_now_)
         return start_over();
     status_ = 0;
     if (mode_ != mode_write || offset != 0 || !overwrite_now_) {
         simple_request(path, HTTP_Request::HEAD, {});
         if (!is_connected())
             return false;
-        size_ = head_size_.value_or(0);
+        opened_ = head_;
+        size_ = opened_.size.value_or(0);
     }
     switch (mode_) {
     case mode_read:
@@ -738,10 +765,12 @@ bool HTTP_Client_IO::open_for_append(std::uint64_t offset)
     if (status_ == 200) {
         if (webdav_)
             return refuse(not_in_dialect);
-        if (!head_size_) // its start would be taken for its end
+        if (!opened_.size) // its start would be taken for its end
             return refuse(format_text("Failed to HEAD %s: the answer has no Content-Length",
                                       full_url(request_.uri()).c_str()));
-        if (!replacement_.file_id.empty() && replacement_.file_id != head_file_id_) {
+        if (!replacement_.path.empty() && replacement_.file_id.empty() && shows_old_file())
+            return start_over();
+        if (!replacement_.file_id.empty() && replacement_.file_id != opened_.file_id) {
             replacement_ = {};
             return refuse(format_text("Failed to resume write to %s, the file was replaced",
                                       full_url(request_.uri()).c_str()));
@@ -792,10 +821,22 @@ void HTTP_Client_IO::note_replacement()
         replacement_.file_id = connection_->file_id();
 }
 
-/// Goes on with the replacement of a file of which the server never said that it had begun: from
-/// its start, since what the server shows may be the old contents.
+/// Whether the server, which never named the file that it begins, shows what was there before. One
+/// that names files has not begun. Of others the time tells, by their own clocks: a file that was
+/// changed before the upload began is the old one.
+bool HTTP_Client_IO::shows_old_file() const
+{
+    if (!opened_.file_id.empty())
+        return true;
+    constexpr std::chrono::seconds coarseness(2); // of both times and of the request's way
+    return opened_.age && !replacement_.dated &&
+           *opened_.age > std::chrono::steady_clock::now() - replacement_.begun + coarseness;
+}
+
+/// Goes on with the replacement of a file that the server has not begun: from its start.
 bool HTTP_Client_IO::start_over()
 {
+    size_ = 0;
     mode_ = mode_write;
     return start_upload();
 }
@@ -845,7 +886,7 @@ bool HTTP_Client_IO::check_download(const HTTP_Response& response)
     // The answer is about one version of the file, and so is everything that is read of it.
     std::string version = version_of(response);
     if (version.empty())
-        version = head_version_;
+        version = opened_.version;
     if (!version_.empty() && version != version_)
         return unfit("the file was replaced");
     version_ = version;
@@ -854,15 +895,17 @@ bool HTTP_Client_IO::check_download(const HTTP_Response& response)
     skip_ = 0;
     if (status_ == 206) {
         std::uint64_t first = 0;
-        if (!parse_content_range(response.content_range(), first, total) || first != first_)
+        // One that does not say which part it is can only be the one that was asked for.
+        if (!response.content_range().empty() &&
+            (!parse_content_range(response.content_range(), first, total) || first != first_))
             return unfit("the answer is not the range that was asked for");
-    } else {
+    } else if (!is_range_itself(response)) {
         skip_ = first_;
         total = response.content_length().value_or(open_end);
     }
     if (total != open_end)
         size_ = total;
-    else if (version_ != head_version_)
+    else if (version_ != opened_.version)
         size_ = size_unknown; // the HEAD was about another version
     else if (size_ != 0)
         total = size_;
@@ -873,6 +916,15 @@ bool HTTP_Client_IO::check_download(const HTTP_Response& response)
     }
     left_known_ = left_ != open_end;
     return true;
+}
+
+/// Whether an answer that does not say so is the part of the file that was asked for: it has the
+/// length of that, and not that of the whole.
+bool HTTP_Client_IO::is_range_itself(const HTTP_Response& response) const
+{
+    const std::optional<std::uint64_t> length = response.content_length();
+    return length && opened_.size && first_ <= *opened_.size && *length != *opened_.size &&
+           *length == std::min(left_, *opened_.size - first_);
 }
 
 /// Ends an operation that is not even tried, or about whose answer nothing can be done.

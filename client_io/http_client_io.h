@@ -4,6 +4,7 @@
 #include "platform/http/http_session.h"
 
 #include <ace/Message_Block.h>
+#include <chrono>
 #include <optional>
 
 /// Storage that an HTTP server keeps.
@@ -94,6 +95,7 @@ private:
     bool open_file(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size);
     bool open_for_append(std::uint64_t offset);
     void note_replacement();
+    bool shows_old_file() const;
     bool start_over();
     bool copy_or_move(HTTP_Request::Method method, const char* src, const char* dst,
                       bool overwrite);
@@ -104,6 +106,7 @@ private:
     std::string path_url(const char* path) const;
     std::string full_url(const std::string& uri) const;
     bool check_download(const HTTP_Response& response);
+    bool is_range_itself(const HTTP_Response& response) const;
     bool refuse(const std::string& text);
     bool transport_error(const char* words, const std::string& url,
                          const HTTP_Connection* connection = nullptr);
@@ -139,10 +142,18 @@ private:
     /// Bytes that the download shall still give, and whether that is known.
     std::uint64_t left_ = 0;
     bool left_known_ = false;
-    std::optional<std::uint64_t> head_size_; ///< of the file that the last HEAD was about
-    std::string head_version_;
     std::string version_; ///< of the file that is being read
-    std::string head_file_id_;
+
+    /// What the server says of a file.
+    struct Head
+    {
+        std::optional<std::uint64_t> size;
+        std::string version;
+        std::string file_id;
+        std::optional<std::chrono::seconds> age; ///< since its last change
+    };
+    Head head_;   ///< what the last HEAD said
+    Head opened_; ///< what the one before the open file said
 
     /// The replacement of a file that was begun and is not complete.
     struct Replacement
@@ -151,6 +162,8 @@ private:
         /// The new file, as the server named it when it was there; empty: what the server shows may
         /// still be the old one.
         std::string file_id;
+        std::chrono::steady_clock::time_point begun;
+        bool dated = false; ///< the upload says what time the file shall have
     };
     Replacement replacement_;
 };

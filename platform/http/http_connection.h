@@ -67,6 +67,8 @@ public:
     /// @return bytes sent; fewer than @p size on failure. last_error() then is 0 when the server
     ///         has answered already, which ends the sending.
     std::uint64_t write(const void* data, std::uint64_t size);
+    /// Whether the server does not know "Expect: 100-continue" (417), which await_continue() heard.
+    bool refused_to_say() const { return head_read_ && head_.status == 417; }
     /// The file that a server named with its "100 Continue"; empty when it has not.
     const std::string& file_id() const { return file_id_; }
     /// Whether nothing of the request is left to send.

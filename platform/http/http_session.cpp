@@ -65,14 +65,16 @@ HTTP_Connection::Ptr HTTP_Session::start_post(const HTTP_Request& request)
 {
     HTTP_Request post = request;
     post.method(HTTP_Request::POST);
-    return start_upload(std::move(post), nullptr);
+    return start_upload(std::move(post));
 }
 
 HTTP_Connection::Ptr HTTP_Session::start_put(const HTTP_Request& request, bool* confirmed)
 {
     HTTP_Request put = request;
     put.method(HTTP_Request::PUT);
-    return start_upload(std::move(put), confirmed);
+    if (confirmed == nullptr)
+        return start_upload(std::move(put));
+    return start_confirmed(std::move(put), *confirmed);
 }
 
 /// Finds a connection that can be used again or makes one.
@@ -126,21 +128,35 @@ HTTP_Connection::Ptr HTTP_Session::exchange(Exchange run)
     }
 }
 
-HTTP_Connection::Ptr HTTP_Session::start_upload(HTTP_Request request, bool* confirmed)
+HTTP_Connection::Ptr HTTP_Session::start_upload(HTTP_Request request)
 {
-    HTTP_Headers& headers = request.headers();
-    headers.remove(HTTP_Headers::name(HTTP_Headers::content_length));
-    headers.remove(HTTP_Headers::name(HTTP_Headers::expect));
-    if (confirmed != nullptr)
-        headers.put(HTTP_Headers::expect, "100-continue");
-    return exchange([&](HTTP_Connection& connection) {
-        if (!connection.start(request, host_field()))
-            return false;
-        if (confirmed == nullptr)
-            return true;
-        *confirmed = connection.await_continue(continue_wait);
-        return connection.last_error() == 0;
-    });
+    request.headers().remove(HTTP_Headers::name(HTTP_Headers::content_length));
+    request.headers().remove(HTTP_Headers::name(HTTP_Headers::expect));
+    return exchange(
+        [&](HTTP_Connection& connection) { return connection.start(request, host_field()); });
+}
+
+HTTP_Connection::Ptr HTTP_Session::start_confirmed(HTTP_Request request, bool& confirmed)
+{
+    confirmed = false;
+    if (confirms_) {
+        request.headers().remove(HTTP_Headers::name(HTTP_Headers::content_length));
+        request.headers().put(HTTP_Headers::expect, "100-continue");
+        bool silent = false;
+        HTTP_Connection::Ptr connection = exchange([&](HTTP_Connection& tried) {
+            if (!tried.start(request, host_field()))
+                return false;
+            confirmed = tried.await_continue(continue_wait);
+            silent = !tried.answered();
+            return tried.last_error() == 0;
+        });
+        if (connection.get() == nullptr || !(silent || connection->refused_to_say()))
+            return connection;
+        confirms_ = false;
+        if (silent)
+            return connection;
+    }
+    return start_upload(std::move(request));
 }
 
 std::string HTTP_Session::host_field() const

@@ -42,7 +42,8 @@ public:
     HTTP_Connection::Ptr start_post(const HTTP_Request& request);
     /// @param confirmed  unless NULL, the server is asked (Expect: 100-continue) to say that it has
     ///     begun before it gets the body. Set to whether it said so; a server that stays silent for
-    ///     a second is sent the body all the same.
+    ///     a second is sent the body all the same. One that was silent, or answered 417, is not
+    ///     asked again.
     HTTP_Connection::Ptr start_put(const HTTP_Request& request, bool* confirmed = nullptr);
 
     int last_error() const { return error_.code; }
@@ -56,7 +57,8 @@ private:
     HTTP_Connection::Ptr acquire(bool fresh, bool& used_before);
     template <class Exchange>
     HTTP_Connection::Ptr exchange(Exchange run);
-    HTTP_Connection::Ptr start_upload(HTTP_Request request, bool* confirmed);
+    HTTP_Connection::Ptr start_upload(HTTP_Request request);
+    HTTP_Connection::Ptr start_confirmed(HTTP_Request request, bool& confirmed);
     std::string host_field() const;
 
     std::string host_;
@@ -67,6 +69,7 @@ private:
     unsigned connect_timeout_ = 0;
     unsigned send_timeout_ = 0;
     unsigned receive_timeout_ = 0;
+    bool confirms_ = true; ///< whether the server may know Expect
     /// Those that a caller holds among them.
     std::vector<HTTP_Connection::Ptr> connections_;
     Transport_Error error_;

@@ -2,7 +2,7 @@
 
 #include "platform/json/json_spirit.h"
 #include "platform/json/json_value.h"
-#include "servers/common/http_date.h"
+#include "platform/http/http_date.h"
 
 #include <algorithm>
 #include <array>

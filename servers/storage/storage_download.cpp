@@ -5,7 +5,7 @@
 #include "servers/common/blocking_work.h"
 #include "servers/common/byte_range.h"
 #include "servers/common/entity_tags.h"
-#include "servers/common/http_date.h"
+#include "platform/http/http_date.h"
 #include "servers/common/request_target.h"
 #include "servers/storage/storage_answer.h"
 

@@ -2,7 +2,7 @@
 
 #include "platform/runtime/iso8601.h"
 #include "servers/common/byte_range.h"
-#include "servers/common/http_date.h"
+#include "platform/http/http_date.h"
 
 #include <charconv>
 #include <limits>

@@ -134,10 +134,11 @@ TEST(HTTP_Client_IO_Read, AnotherRangeThanWasAskedForIsRefused)
          {std::string("bytes 3-8/10"), std::string("bytes 5-9/10"), std::string("bytes */10"),
           std::string("bytes 4-3/10"), std::string("bytes 4-9/9"), std::string("bytes 4-9/x"),
           std::string("bytes 4-9/"), std::string("items 4-9/10"), std::string("4-9/10"),
-          std::string()})
+          std::string("bytes 4-9/-5"), std::string("bytes +4-9/10"), std::string("bytes 4-9/10 ,"),
+          std::string("bytes 4-99999999999999999999/*")})
     {
         SCOPED_TRACE(field);
-        const std::string line = field.empty() ? "" : "Content-Range: " + field + "\r\n";
+        const std::string line = "Content-Range: " + field + "\r\n";
         HTTP_Target target(
             {answer_each({file_of(10), http_answer("206 Partial Content", body, line)}),
              [](Connection&) {}});
@@ -148,6 +149,61 @@ TEST(HTTP_Client_IO_Read, AnotherRangeThanWasAskedForIsRefused)
         EXPECT_FALSE(target.io.is_open());
         EXPECT_TRUE(target.io.is_connected());
     }
+}
+
+TEST(HTTP_Client_IO_Read, ARangeThatDoesNotSayWhichIsTheOneThatWasAskedFor)
+{
+    // Some servers do not even say that it is a part.
+    for (const char* const status : {"206 Partial Content", "200 OK"}) {
+        SCOPED_TRACE(status);
+        HTTP_Target target({answer_each(
+            {file_of(10), http_answer(status, "456789"), http_answer(status, "567")})});
+        ASSERT_TRUE(target.io.open("a", mode_read, 4, 0)) << target.io.error();
+        EXPECT_EQ(target.io.size(), 10U);
+        EXPECT_EQ(read_all(target.io), "456789");
+        ASSERT_TRUE(target.io.seek(5, 3)) << target.io.error();
+        EXPECT_EQ(target.io.size(), 10U);
+        EXPECT_EQ(read_all(target.io), "567");
+    }
+}
+
+TEST(HTTP_Client_IO_Read, AskingAboutAnotherFileChangesNothingAboutTheOpenOne)
+{
+    const std::string tag = "ETag: \"1\"\r\n";
+    HTTP_Target target({[&](Connection& connection) {
+                            connection.request();
+                            connection.send(file_of(10, tag));
+                            connection.request();
+                            connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n01234");
+                        },
+                        answer_each({file_of(99, "ETag: \"2\"\r\n"),
+                                     http_answer("206 Partial Content", "6789",
+                                                 "Content-Range: bytes 6-9/*\r\n")})});
+    ASSERT_TRUE(target.io.open("a", mode_read, 0, 0)) << target.io.error();
+    EXPECT_EQ(target.io.size("b"), 99U);
+    ASSERT_TRUE(target.io.seek(6, 0)) << target.io.error();
+    EXPECT_EQ(target.io.size(), 10U);
+    EXPECT_EQ(read_all(target.io), "6789");
+}
+
+TEST(HTTP_Client_IO_Read, AQuestionThatGetsNoAnswerHasNotTheAnswerOfTheOneBefore)
+{
+    HTTP_Target target({[](Connection& connection) {
+                            connection.request();
+                            connection.send(file_of(10));
+                            connection.request();
+                            connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n01234");
+                        },
+                        answer_each({"HTTP/1.1 405 Directory\r\nContent-Length: 0\r\n"
+                                     "Connection: close\r\n\r\n"}),
+                        [](Connection& connection) {
+                            connection.request();
+                            connection.reset();
+                        }});
+    ASSERT_TRUE(target.io.open("a", mode_read, 0, 0)) << target.io.error();
+    EXPECT_EQ(target.io.size("d"), Client_IO_Base::size_of_directory);
+    EXPECT_EQ(target.io.size("f"), Client_IO_Base::size_unknown);
+    EXPECT_TRUE(target.io.retriable());
 }
 
 TEST(HTTP_Client_IO_Read, ARangeWhoseFileIsOfUnknownSizeIsTaken)

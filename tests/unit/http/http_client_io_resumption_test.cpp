@@ -1,4 +1,5 @@
 #include "client_io/client_io.h"
+#include "platform/json/json_value.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/log_capture.h"
 #include "tests/unit/http/http_target.h"
@@ -142,42 +143,68 @@ TEST_F(HTTP_Client_IO_Resumption, AnUploadGoesOnInTheFileThatItBeganOnly)
     EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "HEAD /base/a"));
 }
 
-TEST_F(HTTP_Client_IO_Resumption, AContinueThatNamesNoFileIsSomebodyElsesInBetween)
+const Scripted_Server::Script takes_ten_bytes_and_resets = [](Connection& connection) {
+    connection.head();
+    connection.send("HTTP/1.1 100 Continue\r\n\r\n"); // by somebody in between: it names no file
+    connection.part_of_body(10);
+    connection.reset();
+};
+
+TEST_F(HTTP_Client_IO_Resumption, AReplacementThatMayHaveBegunGoesOnWhereItWasCut)
 {
-    connect({[](Connection& connection) {
-                 connection.head();
-                 connection.send("HTTP/1.1 100 Continue\r\n\r\n");
-                 connection.part_of_body(10);
-                 connection.reset();
-             },
-             answer_each({ok})});
-    ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+    // Without times, and with those of a file that was changed just now, what the server shows is
+    // what it was sent.
+    const std::string date = "Date: Sun, 06 Nov 1994 08:49:37 GMT\r\n";
+    const std::string changed = "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\n";
+    for (const std::string& times : {std::string(), date, changed, date + changed}) {
+        SCOPED_TRACE(times);
+        connect({takes_ten_bytes_and_resets, answer_each({file_of(5, times), ok})});
+        ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+        EXPECT_TRUE(io_.write("01234", 5));
+        EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
+        EXPECT_TRUE(io_.close()) << io_.error();
+        EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "HEAD /base/a",
+                                                 "PUT /base/a bytes 5--1/*"));
+        EXPECT_EQ(unchunked(server_->requests()[2].body), "56789");
+    }
+}
+
+TEST_F(HTTP_Client_IO_Resumption, AReplacementWhoseOldFileIsStillThereIsStartedOver)
+{
+    // Its last change was before the upload began; or the server, which names files, has not named
+    // the new one.
+    for (const std::string& old : {std::string("Date: Sun, 06 Nov 1994 08:49:37 GMT\r\n"
+                                               "Last-Modified: Sun, 06 Nov 1994 08:29:37 GMT\r\n"),
+                                   id})
+    {
+        SCOPED_TRACE(old);
+        connect({takes_ten_bytes_and_resets, answer_each({file_of(5, old), ok})});
+        ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+        EXPECT_TRUE(io_.write("01234", 5));
+        EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
+        EXPECT_TRUE(io_.close()) << io_.error();
+        EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "HEAD /base/a", "PUT /base/a"));
+        EXPECT_EQ(unchunked(server_->requests()[2].body), digits);
+    }
+}
+
+TEST_F(HTTP_Client_IO_Resumption, AReplacementThatSetsTheTimeOfItsFileIsNotTakenForTheOldOne)
+{
+    connect({takes_ten_bytes_and_resets,
+             answer_each({file_of(5, "Date: Sun, 06 Nov 1994 08:49:37 GMT\r\n"
+                                     "Last-Modified: Sun, 06 Nov 1994 08:29:37 GMT\r\n"),
+                          ok})});
+    const json_spirit::Value time(
+        json_spirit::Object{{"Last-Modified", "Sun, 06 Nov 1994 08:29:37 GMT"}});
+    ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, time));
     EXPECT_TRUE(io_.write("01234", 5));
     EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
     EXPECT_TRUE(io_.close()) << io_.error();
-    EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "PUT /base/a"));
-    EXPECT_EQ(unchunked(server_->requests()[1].body), "0123456789");
+    EXPECT_THAT(came(),
+                testing::ElementsAre("PUT /base/a", "HEAD /base/a", "PUT /base/a bytes 5--1/*"));
 }
 
-TEST_F(HTTP_Client_IO_Resumption, AnUnconfirmedReplacementIsStartedOver)
-{
-    // The server is silent about Expect, so its file may still be the old one when the connection
-    // is lost; nobody asks how long that is.
-    connect({[](Connection& connection) {
-                 connection.head();
-                 connection.part_of_body(10);
-                 connection.reset();
-             },
-             answer_each({ok})});
-    ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
-    EXPECT_TRUE(io_.write("01234", 5));
-    EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
-    EXPECT_TRUE(io_.close()) << io_.error();
-    EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "PUT /base/a"));
-    EXPECT_EQ(unchunked(server_->requests()[1].body), digits);
-}
-
-TEST_F(HTTP_Client_IO_Resumption, AReplacementThatCouldNotBeBegunIsStartedOver)
+TEST_F(HTTP_Client_IO_Resumption, AReplacementThatLeftNothingIsStartedOver)
 {
     connect({[](Connection& connection) {
                  connection.head();
@@ -188,36 +215,66 @@ TEST_F(HTTP_Client_IO_Resumption, AReplacementThatCouldNotBeBegunIsStartedOver)
                  connection.send(http_answer("503 Busy"));
                  connection.half_close();
              },
-             answer_each({ok})});
+             answer_each({missing, ok})});
     // The first one is repeated without a word, the second one by the retry layer.
     ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
     EXPECT_TRUE(io_.write(digits.data(), digits.size())) << io_.error();
     EXPECT_TRUE(io_.close()) << io_.error();
-    EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "PUT /base/a", "PUT /base/a"));
-    EXPECT_EQ(unchunked(server_->requests()[2].body), digits);
+    EXPECT_THAT(came(),
+                testing::ElementsAre("PUT /base/a", "PUT /base/a", "HEAD /base/a", "PUT /base/a"));
+    EXPECT_EQ(unchunked(server_->requests()[3].body), digits);
 }
 
 TEST_F(HTTP_Client_IO_Resumption, AStartedOverReplacementThatIsConfirmedGoesOnLater)
 {
     connect({[](Connection& connection) {
                  connection.head();
+                 connection.send("HTTP/1.1 100 Continue\r\n\r\n");
                  connection.part_of_body(10);
                  connection.reset();
              },
              [](Connection& connection) {
+                 connection.request();
+                 connection.send(file_of(5, id));
                  connection.head();
-                 connection.send(go_on);
+                 connection.send("HTTP/1.1 100 Continue\r\nX-File-Id: 7-2\r\n\r\n");
                  connection.part_of_body(10);
                  connection.reset();
              },
-             answer_each({file_of(5, id), ok})});
+             answer_each({file_of(5, "X-File-Id: 7-2\r\n"), ok})});
     ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
     EXPECT_TRUE(io_.write("01234", 5));
     EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
     EXPECT_TRUE(io_.close()) << io_.error();
-    EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "PUT /base/a", "HEAD /base/a",
-                                             "PUT /base/a bytes 5--1/*"));
-    EXPECT_EQ(unchunked(server_->requests()[3].body), "56789");
+    EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "HEAD /base/a", "PUT /base/a",
+                                             "HEAD /base/a", "PUT /base/a bytes 5--1/*"));
+    EXPECT_EQ(unchunked(server_->requests()[4].body), "56789");
+}
+
+// What was left of a failed replacement is its caller's business once it was closed, or its size
+// asked for.
+TEST(HTTP_Client_IO_Append, BehindAFailedReplacementIsTheCallersOwn)
+{
+    for (const bool closes : {true, false}) {
+        HTTP_Target target({takes_ten_bytes_and_resets,
+                            closes ? answer_each({file_of(5, id), ok})
+                                   : answer_each({file_of(5, id), file_of(5, id), ok})});
+        ASSERT_TRUE(target.io.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+        EXPECT_TRUE(target.io.write("01234", 5));
+        const std::string data(1U << 20U, 'x');
+        for (int i = 0; i < 100 && target.io.write(data.data(), data.size());)
+            ++i;
+        EXPECT_FALSE(target.io.is_open());
+        if (closes)
+            EXPECT_TRUE(target.io.close());
+        else
+            EXPECT_EQ(target.io.size("a"), 5U);
+        ASSERT_TRUE(target.io.open("a", Base::mode_append | Base::mode_overwrite, 0, 0));
+        EXPECT_TRUE(target.io.write("56789", 5));
+        EXPECT_TRUE(target.io.close()) << target.io.error();
+        target.io.disconnect();
+        EXPECT_EQ(target.server.requests().back().field("Content-Range"), "bytes 5--1/*");
+    }
 }
 
 TEST_F(HTTP_Client_IO_Resumption, ANewFileGoesOnWhereItWasCut)

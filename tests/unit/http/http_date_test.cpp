@@ -1,4 +1,4 @@
-#include "servers/common/http_date.h"
+#include "platform/http/http_date.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +15,7 @@ TEST(HTTP_Date, IsReadInItsThreeForms)
                              "Sun Nov  6 08:49:37 1994"})
         EXPECT_EQ(parse_http_date(text), 784111777) << text;
     for (const char* text : {"", "yesterday", "1994-11-06T08:49:37Z", "Sun, 06 Nov 1994 08:49:37",
-                             "Sun, 06 Nov 1994 08:49:37 GMT+1", "Sun, 36 Nov 1994 08:49:37 GMT"})
+                             "Sun, 06 Nov 1994 08:49:37 GMT+1", "Sun, 36 Nov 1994 08:49:37 GMT",
+                             "Sun, 06 Nov 1994 08:49 GMT", "Sun, 31 Feb 1994 08:49:37 GMT", " GMT"})
         EXPECT_EQ(parse_http_date(text), std::nullopt) << text;
 }
