@@ -305,6 +305,10 @@ void Get_Worker::abandon(Client_IO& io, const Get_Job& job, Failure failure, std
     (void)writer_.close();
     if (io.is_open())
         (void)io.close();
+    // Not all that the writer took need have reached the file.
+    file_system::Status there;
+    if (file_system::status(job.local.c_str(), true, there) && there.is_file())
+        position = there.size;
     if (position < worth_continuing && remove_unfinished(job.local))
         Resume_Record("get", transfer_.target, job.remote, job.local).remove();
     else

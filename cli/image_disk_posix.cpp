@@ -114,6 +114,8 @@ bool sync(ACE_HANDLE handle)
 
 void forget(ACE_HANDLE handle, std::uint64_t offset, std::uint64_t length)
 {
+    if (length == 0)
+        return; // to the system that would be all up to the end
     (void)::posix_fadvise(handle, static_cast<off_t>(offset), static_cast<off_t>(length),
                           POSIX_FADV_DONTNEED);
 }

@@ -4,7 +4,7 @@
 #include "cli/path_rules.h"
 
 #include <algorithm>
-#include <vector>
+#include <memory>
 
 namespace cio
 {
@@ -44,7 +44,7 @@ private:
     Image_Block_Reader::Callback& callback_;
     qovr::Image_Parser parser_;
     Failure& failure_;
-    std::vector<char> buffer_;
+    std::unique_ptr<char[]> buffer_;
     bool ended_ = false; // the image, perhaps within what was asked for last
 };
 
@@ -65,11 +65,12 @@ bool Run::read_pieces()
 /// Reads the super block, the descriptor blocks and, in pieces of whole blocks, the data.
 bool Run::read_blocks(bool with_data)
 {
-    buffer_.resize(buffer_size);
+    buffer_ = std::make_unique_for_overwrite<char[]>(buffer_size);
     if (!read_block(qovr::image_superblock_size))
         return false;
     const std::uint64_t descriptor = callback_.desc_block_bytes();
-    buffer_.resize(std::max(buffer_size, descriptor));
+    if (descriptor > buffer_size)
+        buffer_ = std::make_unique_for_overwrite<char[]>(descriptor);
     std::uint64_t position = qovr::image_superblock_size; // while data are passed over
     while (!ended_) {
         if (!read_block(descriptor))
@@ -103,13 +104,13 @@ bool Run::read_block(std::uint64_t size)
         return false;
     std::uint64_t count = 0;
     while (count < size && !ended_) {
-        const std::int64_t got = io_.read(buffer_.data() + count, size - count);
+        const std::int64_t got = io_.read(buffer_.get() + count, size - count);
         if (got < 0)
             return fail_to_read();
         ended_ = got == 0;
         count += static_cast<std::uint64_t>(got);
     }
-    return parse(buffer_.data(), count);
+    return parse(buffer_.get(), count);
 }
 
 bool Run::parse(const void* data, std::uint64_t size)

@@ -64,9 +64,11 @@ bool Restore::store(const void* data, std::uint64_t size, std::uint64_t offset)
 {
     // What fills the last block up is not the source's.
     if (size_known_)
-        size = std::min(size, end_ - offset);
+        size = std::min(size, end_ - std::min(end_, offset));
     else
         end_ = std::max(end_, offset + size);
+    if (size == 0)
+        return true;
     if (interrupt::requested() || !target_.write(data, size, offset, failure_))
         return false;
     report_.bytes_moved(size);
@@ -75,16 +77,24 @@ bool Restore::store(const void* data, std::uint64_t size, std::uint64_t offset)
 
 /// Tells why an image was not restored, and what became of what was written.
 void report_failure(Reporter& report, const std::string& path, Failure failure,
-                    const Image_Target& target)
+                    Image_Target& target)
 {
-    if (target.is_changed())
-        failure.text += target.written() > 0
-                            ? " (" + std::to_string(target.written()) + " bytes were written to " +
-                                  target.path() + " before that)"
-                            : " (" + target.path() + " was emptied before that)";
-    else if (target.written() > 0)
-        failure.text +=
-            " (the " + std::to_string(target.written()) + " bytes before that were removed)";
+    using Change = Image_Target::Change;
+    const bool written = target.written() > 0;
+    const std::string bytes = std::to_string(target.written()) + " bytes";
+    const auto add = [&failure](const std::string& text) { failure.text += " (" + text + ")"; };
+    if (!target.discard())
+        add(bytes + " of it stay in " + target.path());
+    else if (target.change() == Change::none && written)
+        add("the " + bytes + " before that were removed");
+    else if (written)
+        add(bytes + " were written to " + target.path() + " before that");
+    else if (target.change() == Change::emptied)
+        add(target.path() + " was emptied before that");
+    else if (target.change() == Change::longer)
+        add(target.path() + " was made longer before that");
+    else if (target.change() == Change::written)
+        add(target.path() + " may have been changed before that");
     report.error(path, failure);
 }
 
@@ -118,7 +128,7 @@ void run_restore(Invocation& invocation)
         report_failure(report, target.path(), restore.failure(), target);
     else if (!failure.text.empty())
         report_failure(report, place.path, failure, target);
-    else if (target.is_changed())
+    else if (!target.discard() || target.change() != Image_Target::Change::none)
         report.partial(target.path(), target.written(), false);
 }
 

@@ -49,7 +49,8 @@ private:
     const std::string path_;
     const bool overwrite_;
     Image_Source source_;
-    Extent_List list_; ///< empty: the blocks are found while the source is read
+    bool replaces_ = false; ///< what was there before
+    Extent_List list_;      ///< empty: the blocks are found while the source is read
     Image_Extra::Rest rest_ = Image_Extra::Rest::zero;
 };
 
@@ -143,6 +144,8 @@ Client_IO* Save::open(Connection& connection, Failure& failure)
         return nullptr;
     }
     Client_IO* io = connection.open(failure);
+    replaces_ =
+        overwrite_ && io != nullptr && io->size(path_.c_str()) != Client_IO_Base::size_unknown;
     const unsigned mode =
         Client_IO_Base::mode_write | (overwrite_ ? unsigned{Client_IO_Base::mode_overwrite} : 0U);
     return io != nullptr && open_for_writing(*io, path_, mode, 0, failure) ? io : nullptr;
@@ -180,6 +183,8 @@ void Save::abandon(Client_IO& io, Failure failure)
         (void)io.close();
     const std::uint64_t stored = io.original_size();
     const bool removed = remove_unfinished(io, target_, path_);
+    if (removed && replaces_)
+        report_.note(path_, "what was there before is gone");
     if (failure.text.empty())
         return removed ? void() : report_.partial(path_, stored, false);
     if (!removed)

@@ -19,22 +19,6 @@ constexpr std::uint64_t cache_window = 32U << 20U;
 
 } // namespace
 
-Image_Target::~Image_Target()
-{
-    discard();
-}
-
-/// Closes what was not completed.
-void Image_Target::discard()
-{
-    if (!is_open())
-        return;
-    ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE));
-    // Nothing would tell a new file from a whole one.
-    if (!existed())
-        (void)file_system::remove(path_.c_str());
-}
-
 bool Image_Target::examine(bool overwrite, Failure& failure)
 {
     kind_ = image_disk::kind_of(path_.c_str());
@@ -51,19 +35,12 @@ bool Image_Target::examine(bool overwrite, Failure& failure)
 
 bool Image_Target::open(std::uint64_t size, bool zero, Failure& failure)
 {
-    if (open_handle(size, zero, failure))
-        return true;
-    discard();
-    return false;
-}
-
-bool Image_Target::open_handle(std::uint64_t size, bool zero, Failure& failure)
-{
     handle_ = image_disk::open_for_writing(path_.c_str(), kind_);
     if (handle_ == ACE_INVALID_HANDLE) {
         failure = system_failure("Failed to open local file", ACE_OS::last_error());
         return false;
     }
+    made_ = !existed();
     if (kind_ == image_disk::Kind::device) {
         std::uint64_t room = 0;
         if (!image_disk::device_size(handle_, room))
@@ -79,11 +56,18 @@ bool Image_Target::open_handle(std::uint64_t size, bool zero, Failure& failure)
     file_system::Status status;
     if (!file_system::status(handle_, status))
         return fail(failure);
-    emptied_ = zero && status.size != 0;
-    if (emptied_ && !image_disk::set_file_size(handle_, 0))
-        return fail(failure);
+    if (zero && status.size != 0 && !resize(0, Change::emptied, failure))
+        return false;
     const std::uint64_t there = zero ? 0 : status.size;
-    return there >= size || image_disk::set_file_size(handle_, size) || fail(failure);
+    return there >= size || resize(size, Change::longer, failure);
+}
+
+bool Image_Target::resize(std::uint64_t size, Change change, Failure& failure)
+{
+    if (!image_disk::set_file_size(handle_, size))
+        return fail(failure);
+    change_ = std::max(change_, change);
+    return true;
 }
 
 bool Image_Target::write(const void* data, std::uint64_t size, std::uint64_t offset,
@@ -91,6 +75,7 @@ bool Image_Target::write(const void* data, std::uint64_t size, std::uint64_t off
 {
     if (zero_device_ && offset > settled_ && !make_zero(offset, failure))
         return false;
+    change_ = std::max(change_, Change::written);
     if (!image_disk::write_at(handle_, data, size, offset))
         return fail(failure);
     settled_ = std::max(settled_, offset + size);
@@ -111,6 +96,7 @@ bool Image_Target::make_zero(std::uint64_t end, Failure& failure)
 {
     constexpr std::uint64_t page = 4096; // the quick way takes whole sectors only
     const std::uint64_t whole = end - end % page;
+    change_ = std::max(change_, Change::written);
     if (whole > settled_ && image_disk::make_zero(handle_, settled_, whole - settled_))
         settled_ = whole;
     const std::vector<char> zeros(1U << 20U);
@@ -129,12 +115,18 @@ bool Image_Target::complete(std::uint64_t size, Failure& failure)
         return false;
     if (kind_ == image_disk::Kind::device && !image_disk::sync(handle_))
         return fail(failure);
-    if (ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE)) == 0)
-        return true;
-    fail(failure);
-    if (!existed())
-        (void)file_system::remove(path_.c_str());
-    return false;
+    if (ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE)) != 0)
+        return fail(failure);
+    made_ = false;
+    return true;
+}
+
+bool Image_Target::discard()
+{
+    if (handle_ != ACE_INVALID_HANDLE)
+        ACE_OS::close(std::exchange(handle_, ACE_INVALID_HANDLE));
+    made_ = made_ && !file_system::remove(path_.c_str()) && file_system::exists(path_.c_str());
+    return !made_;
 }
 
 bool Image_Target::fail(Failure& failure)

@@ -16,9 +16,17 @@ namespace cio
 class Image_Target
 {
 public:
+    /// What became of what was there before. Each is worse than the one above it.
+    enum class Change
+    {
+        none,
+        longer,  ///< the end of a file was moved
+        written, ///< some of it may be: a write that fails may have been carried out in part
+        emptied,
+    };
+
     explicit Image_Target(std::string path) : path_(std::move(path)) {}
-    /// Closes it; a file that was made and not completed is removed.
-    ~Image_Target();
+    ~Image_Target() { (void)discard(); }
     Image_Target(const Image_Target&) = delete;
     Image_Target& operator=(const Image_Target&) = delete;
 
@@ -34,7 +42,6 @@ public:
     /// Opens it for @p size bytes; a file that is shorter becomes so long.
     /// @param zero  every byte that is not written shall be zero
     [[nodiscard]] bool open(std::uint64_t size, bool zero, Failure& failure);
-    bool is_open() const { return handle_ != ACE_INVALID_HANDLE; }
 
     [[nodiscard]] bool write(const void* data, std::uint64_t size, std::uint64_t offset,
                              Failure& failure);
@@ -44,21 +51,25 @@ public:
     /// @param size  bytes of the source
     [[nodiscard]] bool complete(std::uint64_t size, Failure& failure);
 
+    /// Closes what was not completed, and removes it when it is a new file: nothing would tell it
+    /// from a whole one.
+    /// @return false when that file is still there
+    bool discard();
+
     /// Bytes that were written.
     std::uint64_t written() const { return written_; }
-    /// Whether what was there before is not as it was any more.
-    bool is_changed() const { return existed() && (written_ > 0 || emptied_ || settled_ > 0); }
+    Change change() const { return existed() ? change_ : Change::none; }
 
 private:
-    bool open_handle(std::uint64_t size, bool zero, Failure& failure);
+    bool resize(std::uint64_t size, Change change, Failure& failure);
     bool make_zero(std::uint64_t end, Failure& failure);
     bool fail(Failure& failure);
-    void discard();
 
     std::string path_;
     image_disk::Kind kind_ = image_disk::Kind::none; // as it was found
     ACE_HANDLE handle_ = ACE_INVALID_HANDLE;
-    bool emptied_ = false;      // a file that was there
+    bool made_ = false; // a new file that is not complete
+    Change change_ = Change::none;
     bool zero_device_ = false;  // gaps have to be made zero
     std::uint64_t settled_ = 0; // of a device: every byte before is written or was made zero
     std::uint64_t written_ = 0;

@@ -31,14 +31,15 @@ public:
         return true;
     }
     bool compare(const char* data, std::uint64_t size, std::uint64_t offset);
-    /// Compares what stands behind the last extent. @return whether it is the same
-    bool finish() { return source_ == nullptr || check_rest(end_); }
+    /// Compares what stands behind the last extent. @return whether all is the same
+    bool finish();
 
     /// Why the comparison could not go on; no text when that was not so.
     const Failure& failure() const { return failure_; }
 
 private:
     bool check_rest(std::uint64_t end);
+    bool tell_difference(std::uint64_t at);
     bool compare_with_source(const char* data, std::uint64_t size, std::uint64_t offset);
     bool tell_size(const std::string& of_image)
     {
@@ -55,7 +56,10 @@ private:
     Image_Extra::Rest rest_ = Image_Extra::Rest::other;
     std::uint64_t end_ = 0;      // of what is compared
     std::uint64_t position_ = 0; // behind the last extent
-    std::unique_ptr<char[]> buffer_ = std::make_unique<char[]>(buffer_size);
+    // The first byte that differs. One that is not zero where no extent has come so far is told
+    // when all have: only then it is sure that the image is a good one, whose extents ascend.
+    std::optional<std::uint64_t> differs_at_;
+    std::unique_ptr<char[]> buffer_ = std::make_unique_for_overwrite<char[]>(buffer_size);
     std::vector<char> zeros_; // once it is needed
     Failure failure_;
 };
@@ -77,7 +81,7 @@ bool Verify::compare(const char* data, std::uint64_t size, std::uint64_t offset)
     if (source_ != nullptr) {
         if (offset < position_ && rest_ == Image_Extra::Rest::zero) {
             // It cannot be told what is between them, and cio stores no such image.
-            failure_ = {exit_failed, "Bad image: extents that do not ascend"};
+            report_.error(path_, {exit_failed, "Bad image: extents that do not ascend"});
             return false;
         }
         if (!check_rest(offset))
@@ -85,28 +89,40 @@ bool Verify::compare(const char* data, std::uint64_t size, std::uint64_t offset)
         position_ = offset + size;
         if (!size_known_ && position_ > source_->size())
             return tell_size("at least " + std::to_string(position_));
-        // What fills the last block up is not the source's.
-        const std::uint64_t there = std::min(size, end_ - offset);
-        if (!compare_with_source(data, there, offset))
-            return false;
+        if (!differs_at_) {
+            // What fills the last block up is not the source's.
+            const std::uint64_t there = std::min(size, end_ - std::min(end_, offset));
+            if (!compare_with_source(data, there, offset))
+                return false;
+            if (differs_at_)
+                return tell_difference(*differs_at_);
+        }
     }
     report_.bytes_moved(size);
     return true;
 }
 
-/// Whether the source holds zeros from where the last extent ended to @p end, if it has to.
+bool Verify::finish()
+{
+    if (source_ == nullptr)
+        return true;
+    return check_rest(end_) && (!differs_at_ || tell_difference(*differs_at_));
+}
+
+/// Compares the source with zeros from where the last extent ended to @p end, if it has to be zero.
+/// @return false when it cannot be read
 bool Verify::check_rest(std::uint64_t end)
 {
     if (rest_ != Image_Extra::Rest::zero)
         return true;
-    while (position_ < end) {
+    while (position_ < end && !differs_at_) {
         const std::optional<Extent> range = source_->next_data(position_);
         if (!range || range->offset >= end)
             return true;
         position_ = range->offset;
         const std::uint64_t range_end = std::min(range->end(), end);
         zeros_.resize(buffer_size);
-        while (position_ < range_end) {
+        while (position_ < range_end && !differs_at_) {
             const std::uint64_t n = std::min(buffer_size, range_end - position_);
             if (!compare_with_source(zeros_.data(), n, position_))
                 return false;
@@ -116,23 +132,28 @@ bool Verify::check_rest(std::uint64_t end)
     return true;
 }
 
+/// Compares up to the first byte that differs. @return false when the source cannot be read
 bool Verify::compare_with_source(const char* data, std::uint64_t size, std::uint64_t offset)
 {
-    for (std::uint64_t done = 0; done < size;) {
+    for (std::uint64_t done = 0; done < size && !differs_at_;) {
         const std::uint64_t n = std::min(buffer_size, size - done);
         if (interrupt::requested() || !source_->read(buffer_.get(), n, offset + done, failure_))
             return false;
         if (std::memcmp(buffer_.get(), data + done, n) != 0) {
             const auto at =
                 std::mismatch(buffer_.get(), buffer_.get() + n, data + done).first - buffer_.get();
-            const std::uint64_t byte = offset + done + static_cast<std::uint64_t>(at);
-            report_.difference(path_, "content", "content differs at byte " + std::to_string(byte),
-                               static_cast<std::int64_t>(byte));
-            return false;
+            differs_at_ = offset + done + static_cast<std::uint64_t>(at);
         }
         done += n;
     }
     return true;
+}
+
+bool Verify::tell_difference(std::uint64_t at)
+{
+    report_.difference(path_, "content", "content differs at byte " + std::to_string(at),
+                       static_cast<std::int64_t>(at));
+    return false;
 }
 
 void run_verify(Invocation& invocation)

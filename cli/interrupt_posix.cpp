@@ -76,6 +76,8 @@ void install()
     }
     // A closed pipe on standard output shall be a failed write, not a silent end.
     (void)::signal(SIGPIPE, SIG_IGN);
+    // So shall a write beyond the size that the user's limits leave to a file.
+    (void)::signal(SIGXFSZ, SIG_IGN);
 }
 
 bool requested()

@@ -202,7 +202,7 @@ bool Image_Block_Reader::read_zero_copy(Client_IO& io, const Handler& fn)
 
 bool Image_Block_Reader::read_buffered(Client_IO& io, const Handler& fn, std::uint64_t buffer_size)
 {
-    const auto buffer = std::make_unique<char[]>(buffer_size);
+    const auto buffer = std::make_unique_for_overwrite<char[]>(buffer_size);
     Callback callback(this, &fn);
     qovr::Image_Parser parser(&callback, false, 0);
     for (;;) {
@@ -244,7 +244,7 @@ bool Image_Block_Reader::read_exact(Client_IO& io, void* buffer, std::uint64_t s
 
 bool Image_Block_Reader::read_aligned(Client_IO& io, const Handler& fn, std::uint64_t buffer_size)
 {
-    const auto buffer = std::make_unique<char[]>(buffer_size);
+    const auto buffer = std::make_unique_for_overwrite<char[]>(buffer_size);
     Callback cb(this, &fn);
     qovr::Image_Parser parser(&cb, false, 0);
     // Parses the buffer's first bytes; what was read of them is told by a failure.
@@ -281,6 +281,8 @@ bool Image_Block_Reader::read_aligned(Client_IO& io, const Handler& fn, std::uin
             shown(rest).c_str(), "");
         return false;
     }
+    // A descriptor block that is cut off is parsed with what the buffer holds behind it.
+    std::fill_n(buffer.get(), cb.desc_block_bytes(), '\0');
 
     for (;;) {
         if (parser.state() == qovr::Image_Parser::descriptor_due) {

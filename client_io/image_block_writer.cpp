@@ -16,6 +16,15 @@ std::string shown(std::uint64_t value)
     return "=" + std::to_string(value);
 }
 
+/// Options that were refused leave a writer without one.
+bool has_block_size(const qovr::Image_Writer& writer)
+{
+    if (writer.data_block_size() != 0)
+        return true;
+    log_unexpected("Unexpected error in %N:%l, data_block_size() != 0 is false:\n%?\n");
+    return false;
+}
+
 } // namespace
 
 Image_Block_Writer::Image_Block_Writer(Client_IO* io) : Image_Client_IO_Writer(io) {}
@@ -50,10 +59,8 @@ try {
         log_unexpected("Unexpected error in %N:%l, blocks_ is empty:\n%?\n");
         return false;
     }
-    if (data_block_size() == 0) {
-        log_unexpected("Unexpected error in %N:%l, data_block_size() != 0 is false:\n%?\n");
+    if (!has_block_size(*this))
         return false;
-    }
     if (incomplete_) {
         errno = ENOMEM;
         return false;
@@ -119,6 +126,8 @@ bool Image_Block_Writer::write_all(const Progress& progress, const Reader& reade
 
 bool Image_Block_Writer::write_records()
 {
+    if (!has_block_size(*this))
+        return false;
     const std::uint64_t dbs = data_block_size();
     while (block_end_ < blocks_.size() && state() != data_due) {
         const Block& blk = blocks_[block_end_];

@@ -19,7 +19,7 @@ class CLIENT_IO_EXPORT YAJL_Client_IO_Printer : public YAJL_Buffered_Printer_T<2
 public:
     /// @param io      open for writing; not owned, and used as long as this object is. NULL is
     ///                logged at emergency priority when there is something to write, which fails.
-    explicit YAJL_Client_IO_Printer(Client_IO* io);
+    YAJL_Client_IO_Printer(Client_IO* io);
     /// @param pretty  see YAJL_Printer
     YAJL_Client_IO_Printer(Client_IO* io, bool pretty);
     /// Flushes; flush() before, to know whether that went well.
@@ -28,7 +28,7 @@ public:
     void overflow(const char* data, std::size_t size) override;
 
     /// Whether no write has failed so far.
-    explicit operator bool() const { return ok_; }
+    operator bool() const { return ok_; }
     /// Bytes written successfully; what is still in the buffer is not counted.
     std::uint64_t size() const { return size_; }
 

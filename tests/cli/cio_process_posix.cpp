@@ -38,7 +38,8 @@ void close_end(int& end)
                 ::_exit(124);
     // A test that is killed must not leave a transfer behind that fills the disk.
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    ::signal(SIGPIPE, SIG_DFL);
+    for (const int signal_number : {SIGPIPE, SIGXFSZ})
+        ::signal(signal_number, SIG_DFL);
     ::execv(CIO_PROGRAM, argv.data());
     ::_exit(126);
 }

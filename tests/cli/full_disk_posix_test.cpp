@@ -1,4 +1,5 @@
 #include "tests/cli/cli_test.h"
+#include "tests/cli/file_size_limit.h"
 #include "tests/cli/mount.h"
 
 namespace fs = std::filesystem;
@@ -82,4 +83,26 @@ TEST_F(Full_Disk, ReadOnlyTargetFailsAndStaysAsItIs)
     EXPECT_EQ(read("target/there"), "stays");
     EXPECT_EQ(cio({"get", uri(), "there", "back"}).code, 0);
     EXPECT_EQ(read("back"), "stays");
+}
+
+TEST_F(Full_Disk, AFileThatMayNotBecomeSoLongFailsAndCanBeContinued)
+{
+    const std::string data = pattern(6'000'000);
+    write("target/big", data);
+    {
+        const File_Size_Limit limit(2U << 20U);
+        const Cio_Result result = cio({"get", uri(), "big", "back"});
+        EXPECT_EQ(result.code, 1);
+        EXPECT_NE(result.err.find("back: Failed to write: File too large (2097152 bytes of it stay "
+                                  "there)\n"),
+                  std::string::npos)
+            << result.err;
+    }
+    EXPECT_TRUE(read("back") == data.substr(0, 2U << 20U));
+    const Cio_Result resumed = cio({"get", "--resume", "--json", uri(), "big", "back"});
+    EXPECT_EQ(resumed.code, 0);
+    EXPECT_NE(resumed.out.find("\"bytes\":" + std::to_string(data.size() - (2U << 20U)) + ","),
+              std::string::npos)
+        << resumed.out;
+    EXPECT_TRUE(read("back") == data);
 }

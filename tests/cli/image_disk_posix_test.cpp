@@ -1,7 +1,10 @@
+#include "tests/cli/file_size_limit.h"
 #include "tests/cli/image_test.h"
 #include "tests/cli/mount.h"
+#include "tests/unit/runtime/page_cache_recorder.h"
 
 #include "cli/image_source.h"
+#include "cli/image_target.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -74,6 +77,21 @@ TEST_F(Image_On_Disk, ADeviceIsStoredAndRestored)
     done("verify", {uri(), "of device", device.name()});
     done("restore", {uri(), "of device", "back"});
     EXPECT_TRUE(same("backing", "back"));
+}
+
+TEST_F(Image_On_Disk, ALargerDeviceEqualsTheSourceWhateverStandsBehindIt)
+{
+    write("backing", std::string(1 << 20, '\xff'));
+    write("disk", pattern(197'120)); // three of its blocks, and 512 bytes of another
+    save("disk", "image");
+    const Loop_Device device(path("backing"));
+    if (!device.exists()) {
+        ASSERT_TRUE(tests_without_mount()) << "this test has to make a loop device";
+        GTEST_SKIP() << "left out: the test of a device";
+    }
+    done("restore", {"--overwrite", uri(), "image", device.name()});
+    EXPECT_TRUE(read("backing") == read("disk") + std::string((1 << 20) - 197'120, '\xff'));
+    done("verify", {uri(), "image", device.name()});
 }
 
 TEST_F(Image_On_Disk, ADeviceInUseStaysAsItIs)
@@ -222,4 +240,66 @@ TEST_F(Image_On_Disk, HolesStayHolesWhenTheyComeBack)
     ASSERT_EQ(::stat(path("back").c_str(), &status), 0);
     EXPECT_EQ(status.st_size, 64 << 20);
     EXPECT_LE(status.st_blocks * 512, 200'000);
+}
+
+TEST_F(Image_On_Disk, AFileThatMayNotBecomeSoLongFailsARestoreWhichSaysWhatItDid)
+{
+    write("disk", pattern(3 << 20));
+    save("disk", "image");
+    const File_Size_Limit limit(100'000);
+    const Cio_Result fresh = image("restore", {uri(), "image", "new"});
+    EXPECT_EQ(fresh.code, 1);
+    EXPECT_NE(fresh.err.find("new: Failed to write: File too large\n"), std::string::npos)
+        << fresh.err;
+    EXPECT_FALSE(exists("new"));
+
+    write("back", "x");
+    const Cio_Result shorter = image("restore", {"--overwrite", uri(), "image", "back"});
+    EXPECT_EQ(shorter.code, 1);
+    EXPECT_NE(shorter.err.find("back: Failed to write: File too large\n"), std::string::npos)
+        << shorter.err;
+    EXPECT_EQ(read("back"), "x");
+}
+
+TEST_F(Image_On_Disk, AFirstWriteThatFailsWithinSaysThatTheFileMayHaveChanged)
+{
+    write("disk", pattern(3 << 20));
+    save("disk", "image");
+    const std::string old = pattern(3 << 20, 7);
+    write("back", old);
+    {
+        const File_Size_Limit limit(100'000);
+        const Cio_Result result = image("restore", {"--overwrite", uri(), "image", "back"});
+        EXPECT_EQ(result.code, 1);
+        EXPECT_NE(result.err.find("back: Failed to write: File too large (back may have been "
+                                  "changed before that)\n"),
+                  std::string::npos)
+            << result.err;
+    }
+    EXPECT_TRUE(read("back") == pattern(3 << 20).substr(0, 100'000) + old.substr(100'000));
+}
+
+TEST_F(Image_On_Disk, ANewFileThatCannotBeRemovedIsNotSaidToBe)
+{
+    cio::Image_Target target(path("new"));
+    cio::Failure failure;
+    ASSERT_TRUE(target.examine(false, failure)) << failure.text;
+    ASSERT_TRUE(target.open(1000, false, failure)) << failure.text;
+    ASSERT_TRUE(target.write("x", 1, 0, failure)) << failure.text;
+    std::filesystem::remove(at("new"));
+    write("new/in the way", "");
+    EXPECT_FALSE(target.discard());
+    std::filesystem::remove_all(at("new"));
+    EXPECT_TRUE(target.discard()) << "somebody else has removed it";
+}
+
+TEST_F(Image_On_Disk, OfNoBytesNothingIsForgotten)
+{
+    Page_Cache_Recorder recorder;
+    cio::image_disk::forget(0, 4096, 0); // to the system, no length is all up to the end
+    EXPECT_TRUE(recorder.empty());
+    cio::image_disk::forget(0, 4096, 512);
+    EXPECT_EQ(
+        recorder.calls(Page_Cache_Recorder::Hint::forget),
+        (std::vector<Page_Cache_Recorder::Call>{{Page_Cache_Recorder::Hint::forget, 4096, 512}}));
 }

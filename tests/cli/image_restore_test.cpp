@@ -113,6 +113,10 @@ TEST_F(Image_Restore, DamageThatIsFoundLateIsToldWithWhatWasWritten)
     EXPECT_NE(result.err.find("(2097152 bytes were written to back before that)"),
               std::string::npos)
         << result.err;
+    const Cio_Result fresh = image("restore", {uri(), "damaged", "new"});
+    EXPECT_NE(fresh.err.find("(the 2097152 bytes before that were removed)"), std::string::npos)
+        << fresh.err;
+    EXPECT_FALSE(exists("new"));
 }
 
 TEST_F(Image_Restore, AnImageThatWasCutIsRefusedWhereverThatWas)
@@ -203,4 +207,48 @@ TEST_F(Image_Restore, ASourceOfUnknownSizeEndsBehindTheLastExtent)
     done("verify", {uri(), "unknown", "back"});
     write("short", read("back").substr(0, 2000));
     EXPECT_EQ(image("verify", {uri(), "unknown", "short"}).code, 1);
+}
+
+TEST_F(Image_Restore, WhatFillsTheLastBlockUpIsNotWrittenHoweverLargeTheBlocksAre)
+{
+    // A block is written in several pieces, and some lie behind the source's end as a whole.
+    constexpr std::size_t block = 2U << 20U;
+    qovr::Image_Options options;
+    options.source_size = block + 100'001;
+    options.data_block_size = block;
+    options.descriptor_block_size = 512;
+    write("target/large", Image_Builder(options).finish(0, 2, 'a'));
+    const std::string source(options.source_size, 'a');
+    done("restore", {uri(), "large", "new"});
+    EXPECT_TRUE(read("new") == source);
+    const std::string old = pattern(3 * block, 7);
+    for (const char* const how : {"", "--zero"}) {
+        write("back", old);
+        std::vector<std::string> arguments{"--overwrite", uri(), "large", "back"};
+        if (*how != '\0')
+            arguments.insert(arguments.begin(), how);
+        done("restore", arguments);
+        EXPECT_TRUE(read("back") == (*how == '\0' ? source + old.substr(source.size()) : source));
+    }
+}
+
+TEST_F(Image_Restore, AFailureThatHasMadeAFileLongerSaysSo)
+{
+    write("small", pattern(200'000));
+    save("small", "cut");
+    std::filesystem::resize_file(at("target/cut"), 512 + 4096);
+    write("back", "what was there");
+    const Cio_Result result = image("restore", {"--overwrite", uri(), "cut", "back"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_NE(result.err.find("cut: Bad image: cut off (back was made longer before that)"),
+              std::string::npos)
+        << result.err;
+    EXPECT_EQ(std::filesystem::file_size(at("back")), 200'000U);
+    const Cio_Result again = image("restore", {"--overwrite", uri(), "cut", "back"});
+    EXPECT_EQ(again.err.find("before that"), std::string::npos)
+        << "it was long enough: " << again.err;
+    const Cio_Result zero = image("restore", {"--overwrite", "--zero", uri(), "cut", "back"});
+    EXPECT_NE(zero.err.find("cut: Bad image: cut off (back was emptied before that)"),
+              std::string::npos)
+        << zero.err;
 }

@@ -219,6 +219,18 @@ TEST_F(Image_Of_Changing_Source, OneThatBecomesShorterLeavesNoImage)
     EXPECT_EQ(save_while([this] { std::filesystem::resize_file(at("disk"), 10); }), 1);
     EXPECT_NE(messages_.find("changed while it was read"), std::string::npos) << messages_;
     EXPECT_FALSE(exists("target/image"));
+    EXPECT_EQ(messages_.find("what was there before is gone"), std::string::npos) << messages_;
+}
+
+TEST_F(Image_Of_Changing_Source, AFailureThatCostTheOlderImageSaysSo)
+{
+    write("disk", pattern(6 << 20));
+    save("disk", "image");
+    EXPECT_EQ(save_while([this] { std::filesystem::resize_file(at("disk"), 10); }), 1);
+    EXPECT_FALSE(exists("target/image"));
+    EXPECT_NE(messages_.find(R"({"path":"image","text":"what was there before is gone")"),
+              std::string::npos)
+        << messages_;
 }
 
 /// Slowed down, so that there is time to end it.
@@ -244,6 +256,18 @@ TEST_F(Interrupted_Image, SavingLeavesNoImage)
     EXPECT_EQ(end_in_progress({"image", "save", "--extents", "all", "disk", uri(), "image"}).code,
               130);
     EXPECT_FALSE(exists("target/image"));
+}
+
+TEST_F(Interrupted_Image, SavingInPlaceOfAnOlderImageSaysThatThisIsGone)
+{
+    write("disk", pattern(16 << 20));
+    save("disk", "image");
+    const Cio_Result result =
+        end_in_progress({"image", "save", "--overwrite", "disk", uri(), "image"});
+    EXPECT_EQ(result.code, 130);
+    EXPECT_FALSE(exists("target/image"));
+    EXPECT_NE(result.out.find("\"text\":\"what was there before is gone\""), std::string::npos)
+        << result.out;
 }
 
 TEST_F(Interrupted_Image, RestoringLeavesNoNewFileAndNamesOneThatWasThere)

@@ -1,5 +1,7 @@
 #include "tests/cli/image_test.h"
 
+#include "cli/image_extra.h"
+
 class Image_Verify : public Image_Test
 {
 protected:
@@ -80,4 +82,33 @@ TEST_F(Image_Verify, WhatIsMissingIsCodeThree)
     EXPECT_EQ(image("verify", {uri(), "nope", "disk"}).code, 3);
     EXPECT_EQ(image("verify", {uri(), "image", "nope"}).code, 3);
     EXPECT_EQ(image("verify", {uri("nowhere"), "image"}).code, 3);
+}
+
+TEST_F(Image_Verify, WhatFillsTheLastBlockUpIsNotCompared)
+{
+    qovr::Image_Options options;
+    options.source_size = (2U << 20U) + 100'001;
+    options.data_block_size = 2U << 20U;
+    options.descriptor_block_size = 512;
+    write("target/large", Image_Builder(options).finish(0, 2, 'a'));
+    write("large", std::string(options.source_size, 'a'));
+    done("verify", {uri(), "large", "large"});
+}
+
+TEST_F(Image_Verify, AnImageWhoseExtentsDoNotAscendIsToldAsABadOneAndNotAsADifference)
+{
+    // What lies between its extents, and has to be zero, can be told at its end only.
+    qovr::Image_Options options;
+    options.source_size = 8 * 512;
+    options.data_block_size = options.descriptor_block_size = 512;
+    options.extra = cio::encode({"another program", "disk", cio::Image_Extra::Rest::zero},
+                                qovr::largest_image_extra(options.descriptor_block_size));
+    Image_Builder builder(options);
+    builder.add(5, 2, 'a');
+    write("target/odd", builder.finish(0, 3, 'b'));
+    done("restore", {uri(), "odd", "back"});
+    const Cio_Result result = image("verify", {uri(), "odd", "back"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.err, "cio: image verify: odd: Bad image: extents that do not ascend\n");
+    EXPECT_NE(result.out.find(", 0 differences"), std::string::npos) << result.out;
 }

@@ -107,7 +107,6 @@ TEST(Cio_And_Servers, AFileIsHadFromAServerThatCannotList)
     EXPECT_TRUE(read_local(here / "large") == data);
 }
 
-/// A download of a large file that died behind its first 2 MiB.
 std::size_t count_of(const std::string& text, const std::string& part)
 {
     std::size_t count = 0;
@@ -135,17 +134,22 @@ TEST(Cio_Download, AsksForItsFileAndNotForTheListingOfADirectory)
     EXPECT_EQ(count_of(requests, "\n"), 3U) << requests;
 }
 
-class Cio_Download_That_Died : public testing::Test
+/// A download of a large file that failed behind its first 2 MiB.
+class Cio_Download_That_Failed : public testing::Test
 {
 protected:
-    Cio_Download_That_Died()
+    Cio_Download_That_Failed()
     {
         write_local(server_.file("large"), data_);
-        // The shell counts in blocks of 512 bytes; the system ends who writes beyond.
+        // The shell counts in blocks of 512 bytes; a write beyond fails.
         const std::string limited = "ulimit -f 4096; XDG_STATE_HOME=" + (here_ / "state") +
                                     " exec " CIO_PROGRAM " get " + server_.uri() + " large " +
                                     copy_;
-        EXPECT_NE(run_program({"sh", "-c", limited}).code, 0);
+        const Program_Result run = run_program({"sh", "-c", limited});
+        EXPECT_EQ(run.code, 1) << run.err;
+        EXPECT_NE(run.err.find("File too large (2097152 bytes of it stay there)"),
+                  std::string::npos)
+            << run.err;
         EXPECT_TRUE(read_local(copy_) == data_.substr(0, 2U << 20U));
         // What is logged from now on belongs to what follows.
         EXPECT_EQ(server_.end(), 0);
@@ -166,7 +170,7 @@ protected:
     Storage_Server_Process server_{{"--access-log", log_}};
 };
 
-TEST_F(Cio_Download_That_Died, GoesOnWithOneHeadAndOneGet)
+TEST_F(Cio_Download_That_Failed, GoesOnWithOneHeadAndOneGet)
 {
     const Program_Result run = resume();
     EXPECT_EQ(run.code, 0) << run.err;
@@ -180,7 +184,7 @@ TEST_F(Cio_Download_That_Died, GoesOnWithOneHeadAndOneGet)
 
 // The record of the single file says what the server told when it was opened, which a listing of
 // its directory does not.
-TEST_F(Cio_Download_That_Died, GoesOnAsAFileOfItsDirectory)
+TEST_F(Cio_Download_That_Failed, GoesOnAsAFileOfItsDirectory)
 {
     const Program_Result run =
         run_program({"env", "XDG_STATE_HOME=" + (here_ / "state"), CIO_PROGRAM, "get", "--resume",
@@ -190,7 +194,7 @@ TEST_F(Cio_Download_That_Died, GoesOnAsAFileOfItsDirectory)
     EXPECT_TRUE(read_local(copy_) == data_);
 }
 
-TEST_F(Cio_Download_That_Died, StartsAgainWhenItsSourceWasReplaced)
+TEST_F(Cio_Download_That_Failed, StartsAgainWhenItsSourceWasReplaced)
 {
     for (const std::string& other : {sample_bytes(4'000'000), std::string("short")}) {
         write_local(server_.file("new"), other);
@@ -202,7 +206,7 @@ TEST_F(Cio_Download_That_Died, StartsAgainWhenItsSourceWasReplaced)
     }
 }
 
-TEST_F(Cio_Download_That_Died, StaysAsItIsWhenItsSourceHasGone)
+TEST_F(Cio_Download_That_Failed, StaysAsItIsWhenItsSourceHasGone)
 {
     std::filesystem::remove(server_.file("large"));
     EXPECT_EQ(resume().code, 3);

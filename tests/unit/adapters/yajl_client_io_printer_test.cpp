@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
+#include <type_traits>
 
 namespace
 {
@@ -154,6 +155,15 @@ TEST_F(YAJL_Client_IO_Printer_Bytes, AfterAFailedWriteEverythingIsDroppedWithout
     printer_.reset();
     EXPECT_THAT(file_.write_sizes(), ElementsAre(2048U, 952U));
     EXPECT_TRUE(file_.log->written == sample_.substr(0, 2048));
+}
+
+TEST(YAJL_Client_IO_Printer, IsMadeOfAClientIOAndIsABool)
+{
+    static_assert(std::is_convertible_v<Client_IO*, YAJL_Client_IO_Printer>);
+    Recorded_File file(2);
+    const YAJL_Client_IO_Printer printer = &file.io;
+    const bool ok = printer;
+    EXPECT_TRUE(ok);
 }
 
 TEST(YAJL_Client_IO_Printer, WithoutAClientIOFailsAndLogs)

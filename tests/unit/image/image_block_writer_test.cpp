@@ -164,6 +164,18 @@ TEST_F(Image_Block_Writer_Test, AnEmptyListIsToldBeforeABlockSizeOf0)
     EXPECT_EQ(file_.bytes(), "");
 }
 
+TEST_F(Image_Block_Writer_Test, RecordsOfABlockSizeOf0AreRefused)
+{
+    qovr::Image_Options options;
+    options.data_block_size = 1;
+    EXPECT_FALSE(writer_.set_options(options));
+    writer_.add_block(0, 512);
+    EXPECT_FALSE(writer_.write_records());
+    EXPECT_THAT(messages(), ElementsAre("emergency: Unexpected error in %N:%l, data_block_size() "
+                                        "!= 0 is false:\n"));
+    EXPECT_EQ(file_.bytes(), "");
+}
+
 TEST_F(Image_Block_Writer_Test, StoresExtentsInTheirOrder)
 {
     writer_.add_block(4096, 1024);
