@@ -282,7 +282,8 @@ bool Image_Block_Reader::read_aligned(Client_IO& io, const Handler& fn, std::uin
         return false;
     }
     // A descriptor block that is cut off is parsed with what the buffer holds behind it.
-    std::fill_n(buffer.get(), cb.desc_block_bytes(), '\0');
+    std::fill(buffer.get() + superblock_size,
+              buffer.get() + std::max<std::uint64_t>(cb.desc_block_bytes(), superblock_size), '\0');
 
     for (;;) {
         if (parser.state() == qovr::Image_Parser::descriptor_due) {

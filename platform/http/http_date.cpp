@@ -55,9 +55,11 @@ std::optional<std::int64_t> parse_http_date(const std::string& text)
         const year_month_day date(year(parts.tm_year + 1900),
                                   month(static_cast<unsigned>(parts.tm_mon) + 1),
                                   day(static_cast<unsigned>(parts.tm_mday)));
-        if (whole.str() == text && date.ok())
-            return seconds(sys_days(date).time_since_epoch()).count() + parts.tm_hour * 3600 +
-                   parts.tm_min * 60 + parts.tm_sec;
+        if (whole.str() != text || !date.ok())
+            continue;
+        const sys_seconds time =
+            sys_days(date) + hours(parts.tm_hour) + minutes(parts.tm_min) + seconds(parts.tm_sec);
+        return time.time_since_epoch().count();
     }
     return std::nullopt;
 }

@@ -1,8 +1,8 @@
 #include "servers/common/http_exchange.h"
 
+#include "platform/http/http_date.h"
 #include "platform/json/json_spirit.h"
 #include "platform/json/json_value.h"
-#include "platform/http/http_date.h"
 
 #include <algorithm>
 #include <array>

@@ -1,11 +1,11 @@
 #include "servers/storage/storage_service.h"
 
+#include "platform/http/http_date.h"
 #include "platform/json/json_spirit.h"
 #include "platform/json/json_value.h"
 #include "servers/common/blocking_work.h"
 #include "servers/common/byte_range.h"
 #include "servers/common/entity_tags.h"
-#include "platform/http/http_date.h"
 #include "servers/common/request_target.h"
 #include "servers/storage/storage_answer.h"
 

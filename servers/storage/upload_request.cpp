@@ -1,8 +1,8 @@
 #include "servers/storage/upload_request.h"
 
+#include "platform/http/http_date.h"
 #include "platform/runtime/iso8601.h"
 #include "servers/common/byte_range.h"
-#include "platform/http/http_date.h"
 
 #include <charconv>
 #include <limits>
