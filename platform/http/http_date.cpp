@@ -41,10 +41,15 @@ std::string http_date(std::int64_t posix_seconds)
 
 std::optional<std::int64_t> parse_http_date(const std::string& text)
 {
+    std::string padded = text;
+    constexpr std::size_t day_in_last_form = 8; // where a space stands in front of one digit
+    if (text.size() > day_in_last_form && text[day_in_last_form] == ' ' &&
+        text.find(',') == std::string::npos)
+        padded[day_in_last_form] = '0';
     for (const char* form :
-         {"%a, %d %b %Y %H:%M:%S GMT", "%A, %d-%b-%y %H:%M:%S GMT", "%a %b %e %H:%M:%S %Y"})
+         {"%a, %d %b %Y %H:%M:%S GMT", "%A, %d-%b-%y %H:%M:%S GMT", "%a %b %d %H:%M:%S %Y"})
     {
-        std::istringstream stream(text);
+        std::istringstream stream(padded);
         stream.imbue(std::locale::classic());
         std::tm parts = {};
         stream >> std::get_time(&parts, form);
@@ -55,7 +60,7 @@ std::optional<std::int64_t> parse_http_date(const std::string& text)
         const year_month_day date(year(parts.tm_year + 1900),
                                   month(static_cast<unsigned>(parts.tm_mon) + 1),
                                   day(static_cast<unsigned>(parts.tm_mday)));
-        if (whole.str() != text || !date.ok())
+        if (whole.str() != padded || !date.ok())
             continue;
         const sys_seconds time =
             sys_days(date) + hours(parts.tm_hour) + minutes(parts.tm_min) + seconds(parts.tm_sec);

@@ -14,6 +14,8 @@ TEST(HTTP_Date, IsReadInItsThreeForms)
     for (const char* text : {"Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT",
                              "Sun Nov  6 08:49:37 1994"})
         EXPECT_EQ(parse_http_date(text), 784111777) << text;
+    EXPECT_EQ(parse_http_date("Tuesday, 01-Nov-94 08:49:37 GMT"), 783679777);
+    EXPECT_EQ(parse_http_date("Sun Nov 13 08:49:37 1994"), 784716577);
     for (const char* text : {"", "yesterday", "1994-11-06T08:49:37Z", "Sun, 06 Nov 1994 08:49:37",
                              "Sun, 06 Nov 1994 08:49:37 GMT+1", "Sun, 36 Nov 1994 08:49:37 GMT",
                              "Sun, 06 Nov 1994 08:49 GMT", "Sun, 31 Feb 1994 08:49:37 GMT", " GMT"})
