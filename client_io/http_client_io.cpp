@@ -394,7 +394,7 @@ bool HTTP_Client_IO::seek(std::uint64_t offset, std::uint64_t length)
 
 std::uint64_t HTTP_Client_IO::size(const char* path)
 {
-    if (replacement_.path == path)
+    if (path != nullptr && replacement_.path == path)
         replacement_ = {}; // whoever asks goes on as he sees fit
     if (simple_request(path, HTTP_Request::HEAD, {}))
         return head_.size.value_or(0); // some say nothing of an empty file
@@ -454,7 +454,8 @@ bool HTTP_Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& ent
 
 bool HTTP_Client_IO::make_dir(const char* path, unsigned short)
 {
-    return webdav_ ? make_webdav_directory(path) : simple_request(path, HTTP_Request::MKCOL, {});
+    return webdav_ ? make_webdav_directory(path != nullptr ? path : "")
+                   : simple_request(path, HTTP_Request::MKCOL, {});
 }
 
 bool HTTP_Client_IO::truncate(const char* path, std::uint64_t size)
@@ -712,7 +713,7 @@ bool HTTP_Client_IO::open_file(const char* path, unsigned mode, std::uint64_t of
         return refuse("Not connected");
     overwrite_now_ = overwrite_ || (mode & mode_overwrite) != 0;
     mode_ = mode & mode_access;
-    path_ = path;
+    path_ = path != nullptr ? path : "";
     size_ = 0;
     position_ = 0;
     open_ = false;

@@ -9,8 +9,6 @@ namespace
 
 /// What an answer to a request without a body may hold that is read to keep its connection.
 constexpr std::uint64_t max_skipped = 1048576;
-/// How long a server may leave open whether it begins with an upload.
-constexpr std::chrono::seconds continue_wait(1);
 
 unsigned short default_port(bool ssl)
 {
@@ -146,15 +144,15 @@ HTTP_Connection::Ptr HTTP_Session::start_confirmed(HTTP_Request request, bool& c
         HTTP_Connection::Ptr connection = exchange([&](HTTP_Connection& tried) {
             if (!tried.start(request, host_field()))
                 return false;
-            confirmed = tried.await_continue(continue_wait);
+            confirmed = tried.await_continue(continue_wait_);
             silent = !tried.answered();
             return tried.last_error() == 0;
         });
-        if (connection.get() == nullptr || !(silent || connection->refused_to_say()))
+        if (silent)
+            continue_wait_ = {};
+        if (connection.get() == nullptr || !connection->refused_to_say())
             return connection;
         confirms_ = false;
-        if (silent)
-            return connection;
     }
     return start_upload(std::move(request));
 }

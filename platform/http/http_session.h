@@ -42,8 +42,8 @@ public:
     HTTP_Connection::Ptr start_post(const HTTP_Request& request);
     /// @param confirmed  unless NULL, the server is asked (Expect: 100-continue) to say that it has
     ///     begun before it gets the body. Set to whether it said so; a server that stays silent for
-    ///     a second is sent the body all the same. One that was silent, or answered 417, is not
-    ///     asked again.
+    ///     a second is sent the body all the same, and is not waited for again. One that answers
+    ///     417 is not asked again.
     HTTP_Connection::Ptr start_put(const HTTP_Request& request, bool* confirmed = nullptr);
 
     int last_error() const { return error_.code; }
@@ -70,6 +70,8 @@ private:
     unsigned send_timeout_ = 0;
     unsigned receive_timeout_ = 0;
     bool confirms_ = true; ///< whether the server may know Expect
+    /// How long it may leave open whether it begins with an upload.
+    std::chrono::milliseconds continue_wait_{1000};
     /// Those that a caller holds among them.
     std::vector<HTTP_Connection::Ptr> connections_;
     Transport_Error error_;

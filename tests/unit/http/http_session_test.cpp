@@ -268,44 +268,66 @@ TEST(HTTP_Session_Test, AServerThatIsSilentAboutContinueIsSentTheBodyAllTheSame)
     EXPECT_EQ(unchunked(server.requests()[0].body), "hello");
 }
 
-TEST(HTTP_Session_Test, AServerThatWasSilentOrRefusesToSayIsNotAskedAgain)
+TEST(HTTP_Session_Test, AServerThatRefusesToSayIsNotAskedAgain)
 {
-    for (const bool refuses : {true, false}) {
-        const auto takes_both = [](Connection& connection) {
-            for (int i = 0; i < 2; ++i) {
-                connection.request();
-                connection.send(http_answer("200 OK"));
-            }
-        };
-        const auto refuses_to_say = [](Connection& connection) {
-            connection.head();
-            connection.send(http_answer("417 What?"));
-        };
-        Scripted_Server server(
-            refuses ? std::vector<Scripted_Server::Script>{refuses_to_say, takes_both}
-                    : std::vector<Scripted_Server::Script>{takes_both});
-        Session session = session_with(server);
-        for (int i = 0; i < 2; ++i) {
-            bool confirmed = true;
-            HTTP_Connection::Ptr connection = session->start_put(upload_request(), &confirmed);
-            ASSERT_NE(connection.get(), nullptr);
-            EXPECT_FALSE(confirmed);
-            EXPECT_EQ(connection->write("hello", 5), 5U);
-            connection->write(nullptr, 0);
-            HTTP_Response response;
-            EXPECT_TRUE(connection->read_response_header(response)) << connection->error_text();
-            EXPECT_EQ(response.status(), 200U);
-        }
-        session = {};
-        server.finish();
-        const auto requests = server.requests();
-        ASSERT_EQ(requests.size(), refuses ? 3U : 2U);
-        for (std::size_t i = 0; i < requests.size(); ++i) {
-            EXPECT_EQ(requests[i].field("Expect").has_value(), i == 0);
-            EXPECT_EQ(requests[i].field("Transfer-Encoding"), "chunked");
-        }
-        EXPECT_EQ(unchunked(requests.back().body), "hello");
+    Scripted_Server server({[](Connection& connection) {
+                                connection.head();
+                                connection.send(http_answer("417 What?"));
+                            },
+                            [](Connection& connection) {
+                                for (int i = 0; i < 2; ++i) {
+                                    connection.request();
+                                    connection.send(http_answer("200 OK"));
+                                }
+                            }});
+    Session session = session_with(server);
+    for (int i = 0; i < 2; ++i) {
+        bool confirmed = true;
+        HTTP_Connection::Ptr connection = session->start_put(upload_request(), &confirmed);
+        ASSERT_NE(connection.get(), nullptr);
+        EXPECT_FALSE(confirmed);
+        EXPECT_EQ(connection->write("hello", 5), 5U);
+        connection->write(nullptr, 0);
+        HTTP_Response response;
+        EXPECT_TRUE(connection->read_response_header(response)) << connection->error_text();
+        EXPECT_EQ(response.status(), 200U);
     }
+    session = {};
+    server.finish();
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 3U);
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        EXPECT_EQ(requests[i].field("Expect").has_value(), i == 0);
+        EXPECT_EQ(requests[i].field("Transfer-Encoding"), "chunked");
+    }
+    EXPECT_EQ(unchunked(requests.back().body), "hello");
+}
+
+TEST(HTTP_Session_Test, AServerThatWasSilentMayStillNameItsFiles)
+{
+    const auto silent = [](Connection& connection) {
+        connection.request();
+        connection.send(http_answer("200 OK"));
+    };
+    Scripted_Server server({[&](Connection& connection) {
+        silent(connection);
+        connection.head();
+        connection.send("HTTP/1.1 100 Continue\r\nX-File-Id: 7\r\n\r\n");
+        connection.body();
+        connection.send(http_answer("200 OK"));
+    }});
+    Session session = session_with(server);
+    for (const char* const id : {"", "7"}) {
+        bool confirmed = false;
+        HTTP_Connection::Ptr connection = session->start_put(upload_request(), &confirmed);
+        ASSERT_NE(connection.get(), nullptr);
+        connection->write(nullptr, 0);
+        HTTP_Response response;
+        EXPECT_TRUE(connection->read_response_header(response)) << connection->error_text();
+        EXPECT_EQ(connection->file_id(), id);
+    }
+    session = {};
+    server.finish();
 }
 
 TEST(HTTP_Session_Test, AnotherInterimAnswerIsNoWordToGoOn)
