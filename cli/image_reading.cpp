@@ -11,7 +11,7 @@ namespace cio
 namespace
 {
 
-constexpr std::uint64_t buffer_size = 1U << 20U;
+constexpr std::uint64_t buffer_size = 1U << 18U;
 
 /// One run through an image.
 class Run

@@ -61,29 +61,47 @@ std::int64_t File_IO::read(void* buf, std::uint64_t size)
     const std::int64_t remaining_before = remaining_;
 
     std::uint64_t copied = 0;
-    const auto deliver = [&](const char* data, std::uint64_t available) {
-        const std::uint64_t part = std::min(available, size - copied);
-        std::memcpy(static_cast<char*>(buf) + copied, data, part);
+    const auto count = [&](std::uint64_t part) {
         copied += part;
         if (remaining_ > 0)
             remaining_ -= static_cast<std::int64_t>(part);
         return part;
+    };
+    const auto deliver = [&](const char* data, std::uint64_t available) {
+        const std::uint64_t part = std::min(available, size - copied);
+        std::memcpy(static_cast<char*>(buf) + copied, data, part);
+        return count(part);
+    };
+    const auto fail = [&] {
+        // The call can be repeated: what it took goes back.
+        const std::int64_t position = reader_.seek(0, SEEK_CUR);
+        reader_.seek(position - static_cast<std::int64_t>(copied), SEEK_SET);
+        remaining_ = remaining_before;
+        ACE_OS::last_error(errnum_);
+        return -1;
     };
 
     if (buffer_pos_ != 0)
         buffer_pos_ += deliver(reader_.buffer() + buffer_pos_, reader_.buffer_size() - buffer_pos_);
     while (copied < size) {
         buffer_pos_ = 0;
+        // Whole blocks need not go through the buffer.
+        const std::uint64_t step = std::min(size - copied, cache_window);
+        const std::uint64_t whole = step - step % reader_.buffer_size();
+        if (whole != 0) {
+            const std::int64_t length = reader_.read(static_cast<char*>(buf) + copied, whole);
+            if (length < 0) {
+                set_read_error();
+                return fail();
+            }
+            if (count(static_cast<std::uint64_t>(length)) < whole)
+                break;
+            continue;
+        }
         char* block = nullptr;
         std::int64_t length = 0;
-        if (!next_block(block, length)) {
-            // The call can be repeated: what it took goes back.
-            const std::int64_t position = reader_.seek(0, SEEK_CUR);
-            reader_.seek(position - static_cast<std::int64_t>(copied), SEEK_SET);
-            remaining_ = remaining_before;
-            ACE_OS::last_error(errnum_);
-            return -1;
-        }
+        if (!next_block(block, length))
+            return fail();
         if (length == 0)
             break;
         const auto available = static_cast<std::uint64_t>(length);
@@ -431,8 +449,11 @@ bool File_IO::open_file(const char* path, unsigned mode, std::uint64_t offset, s
 
 bool File_IO::next_block(char*& data, std::int64_t& size)
 {
-    if (reader_.read(data, size) && size >= 0)
-        return true;
+    return (reader_.read(data, size) && size >= 0) || set_read_error();
+}
+
+bool File_IO::set_read_error()
+{
     ACE_OS::last_error(reader_.last_error());
     return set_error("Failed to read", path_);
 }

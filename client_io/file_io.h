@@ -62,6 +62,7 @@ private:
     bool open_file(const char* path, unsigned mode, std::uint64_t offset, std::uint64_t size,
                    unsigned short creation_mode);
     bool next_block(char*& data, std::int64_t& size);
+    bool set_read_error();
     bool set_error(const char* what, const std::string& path);
 
     bool writing_ = false;

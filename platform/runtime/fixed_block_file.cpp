@@ -146,37 +146,45 @@ template <class Char, class Buffer>
 bool Fixed_Block_File_Reader_T<Char, Buffer>::read(Char*& data, std::int64_t& size)
 {
     data = nullptr;
-    size = -1;
+    size = read(buffer_.data(), buffer_.size());
+    if (size >= 0)
+        data = buffer_.data();
+    return size >= 0;
+}
+
+template <class Char, class Buffer>
+std::int64_t Fixed_Block_File_Reader_T<Char, Buffer>::read(Char* data, std::uint64_t size)
+{
     if (handle_ == ACE_INVALID_HANDLE) {
         ACE_OS::last_error(os_error::bad_handle);
-        return fail();
+        fail();
+        return -1;
     }
     std::uint64_t count = 0;
-    // Until the block is full, so that a short block is the end even where the system delivers
-    // less than was asked for.
-    while (count < buffer_.size()) {
-        const ssize_t got = ACE_OS::read(handle_, buffer_.data() + count,
-                                         static_cast<std::size_t>(buffer_.size() - count));
+    // Until all is there, so that less is the end even where the system delivers less than was
+    // asked for.
+    while (count < size) {
+        const ssize_t got =
+            ACE_OS::read(handle_, data + count,
+                         static_cast<std::size_t>(std::min(size - count, largest_transfer)));
         if (got < 0 && ACE_OS::last_error() == os_error::interrupted)
             continue;
         if (got == 0)
             break;
         if (got < 0) {
-            // What was read before the failure is not delivered, since a short block would pass
-            // for the end of the file. The position goes back, so that the call can be repeated.
+            // What was read before the failure is not delivered, since less would pass for the end
+            // of the file. The position goes back, so that the call can be repeated.
             fail();
             file_system::seek(handle_, static_cast<std::int64_t>(position_), SEEK_SET);
             ACE_OS::last_error(last_error_);
-            return false;
+            return -1;
         }
         count += static_cast<std::uint64_t>(got);
     }
-    data = buffer_.data();
-    size = static_cast<std::int64_t>(count);
     position_ += count;
     sequential_ += count;
     advise();
-    return true;
+    return static_cast<std::int64_t>(count);
 }
 
 template <class Char, class Buffer>

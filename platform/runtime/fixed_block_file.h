@@ -83,6 +83,9 @@ public:
     /// @param size  elements in it, 0 at the end of the file, -1 on failure. A block shorter
     ///              than buffer_size() is the last one of a regular file (which may still grow).
     [[nodiscard]] bool read(Char*& data, std::int64_t& size);
+    /// Reads the next @p size elements to @p data; what is in the buffer stays there.
+    /// @return elements, fewer only at the end of the file, -1 on failure
+    [[nodiscard]] std::int64_t read(Char* data, std::uint64_t size);
 
     /// @return the new position in bytes, -1 on failure
     std::int64_t seek(std::int64_t offset, int whence);
