@@ -182,13 +182,13 @@ void Save::abandon(Client_IO& io, Failure failure)
     if (io.is_open())
         (void)io.close();
     const std::uint64_t stored = io.original_size();
-    const bool removed = remove_unfinished(io, target_, path_);
+    const bool removed = remove_unfinished(io, target_, path_, replaces_);
     if (removed && replaces_)
         report_.note(path_, "what was there before is gone");
     if (failure.text.empty())
         return removed ? void() : report_.partial(path_, stored, false);
     if (!removed)
-        failure.text += " (" + std::to_string(stored) + " bytes of it stay there)";
+        failure.text += kept_text(stored, target_, path_, replaces_);
     fail(failure);
 }
 

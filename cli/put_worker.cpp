@@ -215,11 +215,11 @@ void Put_Worker::stop(Client_IO& io, const std::string& remote, std::uint64_t po
     const bool useless = record != nullptr && transfer_.target.transforms(remote);
     if (!useless && !transfer_.partial_claimed.test_and_set())
         return transfer_.report.partial(remote, position, record != nullptr);
-    const bool removed = remove_unfinished(io, transfer_.target, remote);
+    const bool removed = remove_unfinished(io, transfer_.target, remote, transfer_.overwrite);
     if (record != nullptr && removed)
         record->remove();
-    if (useless && !removed)
-        transfer_.report.partial(remote, position, false);
+    if (!removed)
+        transfer_.report.partial(remote, position, record != nullptr && !useless);
 }
 
 /// Ends a failed file. What is too little to be continued, or cannot be, is removed.
@@ -229,10 +229,10 @@ void Put_Worker::abandon(Client_IO& io, const Put_Job& job, Failure failure, std
         (void)io.close();
     const bool useless = position < worth_continuing ||
                          (job.local != "-" && transfer_.target.transforms(job.remote));
-    if (useless && remove_unfinished(io, transfer_.target, job.remote))
+    if (useless && remove_unfinished(io, transfer_.target, job.remote, transfer_.overwrite))
         Resume_Record("put", transfer_.target, job.remote, job.local).remove();
     else
-        failure.text += " (" + std::to_string(position) + " bytes of it stay there)";
+        failure.text += kept_text(position, transfer_.target, job.remote, transfer_.overwrite);
     fail(job.local, failure);
 }
 

@@ -36,13 +36,22 @@ bool open_for_writing(Client_IO& io, const std::string& path, unsigned mode, std
     return false;
 }
 
-bool remove_unfinished(Client_IO& io, const Target& target, const std::string& path)
+bool remove_unfinished(Client_IO& io, const Target& target, const std::string& path, bool replaces)
 {
     const std::optional<std::string> local = target.local_path(path);
     file_system::Status status;
-    if (local && (!file_system::status(local->c_str(), false, status) || !status.is_file()))
+    if (local ? !file_system::status(local->c_str(), false, status) || !status.is_file() : replaces)
         return false;
     return io.remove(path.c_str());
+}
+
+std::string kept_text(std::uint64_t kept, const Target& target, const std::string& path,
+                      bool replaces)
+{
+    const std::string bytes = std::to_string(kept) + " bytes of it";
+    return replaces && !target.local_path(path)
+               ? " (" + bytes + " may stay there, or what was there before)"
+               : " (" + bytes + " stay there)";
 }
 
 } // namespace cio

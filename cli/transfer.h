@@ -39,7 +39,14 @@ struct Transfer
 [[nodiscard]] bool open_for_writing(Client_IO& io, const std::string& path, unsigned mode,
                                     std::uint64_t start, Failure& failure);
 
-/// Removes an unfinished file; never a device that stands in a target on this machine.
-[[nodiscard]] bool remove_unfinished(Client_IO& io, const Target& target, const std::string& path);
+/// Removes an unfinished file; never a device that stands in a target on this machine, and
+/// nothing of another target that it should have replaced: a server that refused the new file
+/// may hold the old one still.
+/// @return whether it was removed
+[[nodiscard]] bool remove_unfinished(Client_IO& io, const Target& target, const std::string& path,
+                                     bool replaces);
+/// What is said of @p kept bytes of a file that was not removed.
+[[nodiscard]] std::string kept_text(std::uint64_t kept, const Target& target,
+                                    const std::string& path, bool replaces);
 
 } // namespace cio

@@ -27,6 +27,7 @@ using Method = HTTP_Request::Method;
 constexpr std::size_t block_size = 65536;
 constexpr std::uint64_t open_end = std::numeric_limits<std::uint64_t>::max();
 constexpr int protocol_error = 121;
+constexpr unsigned expectation_failed = 417;
 constexpr unsigned default_timeout = 60; // seconds, where the options name none
 constexpr unsigned kept_connections = 3;
 constexpr unsigned session_timeout = 120; // seconds
@@ -221,6 +222,7 @@ bool HTTP_Client_IO::write(const void* buf, std::uint64_t size)
         return refuse("Operation not permitted");
     if (size == 0)
         return true; // on the wire it would be the end of the body
+    replacement_.sent = std::max(replacement_.sent, position_ + size);
     if (connection_->write(buf, size) == size) {
         position_ += size;
         size_ = std::max(size_, position_);
@@ -394,7 +396,7 @@ bool HTTP_Client_IO::seek(std::uint64_t offset, std::uint64_t length)
 
 std::uint64_t HTTP_Client_IO::size(const char* path)
 {
-    if (path != nullptr && replacement_.path == path)
+    if (!is_open() && path != nullptr && replacement_.path == path)
         replacement_ = {}; // whoever asks goes on as he sees fit
     if (simple_request(path, HTTP_Request::HEAD, {}))
         return head_.size.value_or(0); // some say nothing of an empty file
@@ -409,8 +411,7 @@ bool HTTP_Client_IO::get_dir(const char* path, std::vector<Directory_Entry>& ent
         return refuse(not_in_dialect);
     if (session_.get() == nullptr)
         return refuse("Not connected");
-    HTTP_Request request = make_request(HTTP_Request::GET, path);
-    request.headers().remove(HTTP_Headers::name(HTTP_Headers::forward));
+    const HTTP_Request request = make_request(HTTP_Request::GET, path, false);
     const std::string url = full_url(request.uri());
     const std::size_t before = entries.size();
     const auto take = [&entries](json_spirit::Value& element) {
@@ -575,10 +576,9 @@ bool HTTP_Client_IO::start_upload()
         // Until the server names the file that it has begun, it may still show the old contents,
         // which a resumed upload would take for its own beginning.
         const bool replaces = request_.headers().get(HTTP_Headers::content_range) == nullptr;
-        const bool dated = request_.headers().get(HTTP_Headers::last_modified) != nullptr;
         bool goes_on = false;
         if (replaces)
-            replacement_ = {path_, {}, std::chrono::steady_clock::now(), dated};
+            replacement_ = {path_, {}, std::chrono::steady_clock::now()};
         connection_ = session_->start_put(request_, replaces ? &goes_on : nullptr);
     } else {
         request_.method(HTTP_Request::POST);
@@ -618,6 +618,9 @@ bool HTTP_Client_IO::finish_upload()
     if (!is_success(status_)) {
         status_error(
             format_text("Failed to POST %s, status=%d", url.c_str(), static_cast<int>(status_)));
+        // Late: the session did not wait for it any more.
+        if (status_ == expectation_failed && session_->stop_asking())
+            retriable_ = true;
         return false;
     }
     if (!connection_->body_sent()) {
@@ -626,8 +629,10 @@ bool HTTP_Client_IO::finish_upload()
             "Failed to send body to %s: the server answered before it had all of it", url.c_str());
         return false;
     }
+    const bool went_on = !replacement_.path.empty() && replacement_.file_id.empty() &&
+                         request_.headers().get(HTTP_Headers::content_range) != nullptr;
     replacement_ = {};
-    return true;
+    return !went_on || check_whole();
 }
 
 bool HTTP_Client_IO::simple_request(const char* path, HTTP_Request::Method method,
@@ -766,11 +771,12 @@ bool HTTP_Client_IO::open_for_append(std::uint64_t offset)
     if (status_ == 200) {
         if (webdav_)
             return refuse(not_in_dialect);
+        const bool unnamed = !replacement_.path.empty() && replacement_.file_id.empty();
+        if (unnamed && overwrite_now_ && shows_old_file())
+            return start_over();
         if (!opened_.size) // its start would be taken for its end
             return refuse(format_text("Failed to HEAD %s: the answer has no Content-Length",
                                       full_url(request_.uri()).c_str()));
-        if (!replacement_.path.empty() && replacement_.file_id.empty() && shows_old_file())
-            return start_over();
         if (!replacement_.file_id.empty() && replacement_.file_id != opened_.file_id) {
             replacement_ = {};
             return refuse(format_text("Failed to resume write to %s, the file was replaced",
@@ -823,15 +829,31 @@ void HTTP_Client_IO::note_replacement()
 }
 
 /// Whether the server, which never named the file that it begins, shows what was there before. One
-/// that names files has not begun. Of others the time tells, by their own clocks: a file that was
-/// changed before the upload began is the old one.
+/// that names files has not begun. Of others the size tells, when it is more than was sent or not
+/// said, and the time, by their own clocks: a file that was changed before the upload began is the
+/// old one.
 bool HTTP_Client_IO::shows_old_file() const
 {
-    if (!opened_.file_id.empty())
+    if (!opened_.file_id.empty() || !opened_.size || *opened_.size > replacement_.sent)
         return true;
     constexpr std::chrono::seconds coarseness(2); // of both times and of the request's way
-    return opened_.age && !replacement_.dated &&
+    return opened_.age &&
            *opened_.age > std::chrono::steady_clock::now() - replacement_.begun + coarseness;
+}
+
+/// Whether a replacement that went on in a file without a name has become as long as it has to be:
+/// there are servers that take the part for the whole.
+bool HTTP_Client_IO::check_whole()
+{
+    const std::uint64_t size = size_;
+    const bool known = simple_request(path_.c_str(), HTTP_Request::HEAD, {});
+    retriable_ = false; // what is there cannot be gone on with
+    if (known && head_.size == size)
+        return true;
+    if (known)
+        error_ = format_text("Failed to resume write to %s, the server does not hold all of it",
+                             full_url(request_.uri()).c_str());
+    return false;
 }
 
 /// Goes on with the replacement of a file that the server has not begun: from its start.
@@ -856,12 +878,13 @@ bool HTTP_Client_IO::send_aside(Send send)
 }
 
 /// A request with the fields that all have.
-HTTP_Request HTTP_Client_IO::make_request(HTTP_Request::Method method, const char* path) const
+HTTP_Request HTTP_Client_IO::make_request(HTTP_Request::Method method, const char* path,
+                                          bool may_forward) const
 {
     HTTP_Request request(method, path_url(path));
     for (const auto& [name, value] : extra_headers_)
         request.headers().put(name, value);
-    if (forward_)
+    if (forward_ && may_forward)
         request.headers().put(HTTP_Headers::forward, "true");
     return request;
 }
@@ -896,11 +919,13 @@ bool HTTP_Client_IO::check_download(const HTTP_Response& response)
     skip_ = 0;
     if (status_ == 206) {
         std::uint64_t first = 0;
-        // One that does not say which part it is can only be the one that was asked for.
-        if (!response.content_range().empty() &&
-            (!parse_content_range(response.content_range(), first, total) || first != first_))
+        const bool fits =
+            response.content_range().empty()
+                ? is_range_itself(response)
+                : parse_content_range(response.content_range(), first, total) && first == first_;
+        if (!fits)
             return unfit("the answer is not the range that was asked for");
-    } else if (!is_range_itself(response)) {
+    } else if (first_ == 0 || !is_range_itself(response)) {
         skip_ = first_;
         total = response.content_length().value_or(open_end);
     }
@@ -916,15 +941,17 @@ bool HTTP_Client_IO::check_download(const HTTP_Response& response)
         left_ = std::min(left_, total - first_);
     }
     left_known_ = left_ != open_end;
+    opened_.version = version_;
+    opened_.size = size_ != size_unknown ? std::optional(size_) : std::nullopt;
     return true;
 }
 
-/// Whether an answer that does not say so is the part of the file that was asked for: it has the
-/// length of that, and not that of the whole.
+/// Whether an answer that does not say so is the part of the file that was asked for: it is about
+/// the same version, and has the length of that part.
 bool HTTP_Client_IO::is_range_itself(const HTTP_Response& response) const
 {
     const std::optional<std::uint64_t> length = response.content_length();
-    return length && opened_.size && first_ <= *opened_.size && *length != *opened_.size &&
+    return version_ == opened_.version && length && opened_.size && first_ <= *opened_.size &&
            *length == std::min(left_, *opened_.size - first_);
 }
 

@@ -96,13 +96,15 @@ private:
     bool open_for_append(std::uint64_t offset);
     void note_replacement();
     bool shows_old_file() const;
+    bool check_whole();
     bool start_over();
     bool copy_or_move(HTTP_Request::Method method, const char* src, const char* dst,
                       bool overwrite);
     bool make_webdav_directory(const std::string& path);
     template <class Send>
     bool send_aside(Send send);
-    HTTP_Request make_request(HTTP_Request::Method method, const char* path) const;
+    HTTP_Request make_request(HTTP_Request::Method method, const char* path,
+                              bool may_forward = true) const;
     std::string path_url(const char* path) const;
     std::string full_url(const std::string& uri) const;
     bool check_download(const HTTP_Response& response);
@@ -163,7 +165,7 @@ private:
         /// still be the old one.
         std::string file_id;
         std::chrono::steady_clock::time_point begun;
-        bool dated = false; ///< the upload says what time the file shall have
+        std::uint64_t sent = 0; ///< the file cannot be larger
     };
     Replacement replacement_;
 };

@@ -53,14 +53,16 @@ std::optional<std::int64_t> parse_http_date(const std::string& text)
         stream.imbue(std::locale::classic());
         std::tm parts = {};
         stream >> std::get_time(&parts, form);
-        // It takes a text that ends too early as well.
-        std::ostringstream whole;
-        whole.imbue(std::locale::classic());
-        whole << std::put_time(&parts, form);
         const year_month_day date(year(parts.tm_year + 1900),
                                   month(static_cast<unsigned>(parts.tm_mon) + 1),
                                   day(static_cast<unsigned>(parts.tm_mday)));
-        if (whole.str() != padded || !date.ok())
+        if (stream.fail() || !date.ok())
+            continue;
+        // A text that ends too early was taken as well.
+        std::ostringstream whole;
+        whole.imbue(std::locale::classic());
+        whole << std::put_time(&parts, form);
+        if (whole.str() != padded)
             continue;
         const sys_seconds time =
             sys_days(date) + hours(parts.tm_hour) + minutes(parts.tm_min) + seconds(parts.tm_sec);

@@ -145,7 +145,7 @@ HTTP_Connection::Ptr HTTP_Session::start_confirmed(HTTP_Request request, bool& c
             if (!tried.start(request, host_field()))
                 return false;
             confirmed = tried.await_continue(continue_wait_);
-            silent = !tried.answered();
+            silent = tried.last_error() == 0 && !tried.answered();
             return tried.last_error() == 0;
         });
         if (silent)

@@ -8,6 +8,7 @@
 #include <ace/Intrusive_Auto_Ptr.h>
 #include <chrono>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// One server, and the connections to it.
@@ -45,6 +46,9 @@ public:
     ///     a second is sent the body all the same, and is not waited for again. One that answers
     ///     417 is not asked again.
     HTTP_Connection::Ptr start_put(const HTTP_Request& request, bool* confirmed = nullptr);
+    /// Asks no more, because the server answered 417 later than it was waited for.
+    /// @return whether it was asked before
+    bool stop_asking() { return std::exchange(confirms_, false); }
 
     int last_error() const { return error_.code; }
     const std::string& error_text() const { return error_.text; }

@@ -120,8 +120,9 @@ Storage_Result Local_Storage_Tree::remove(std::string_view path)
     if (!parent)
         return last_storage_error();
 
+    File_Handle found; // closed without the lock, since the space of a large file goes with it
     const std::scoped_lock lock(state_->name_lock(parent.get(), entry.name()));
-    const File_Handle found(openat(parent.get(), entry.name(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    found = File_Handle(openat(parent.get(), entry.name(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat info;
     if (!found || fstat(found.get(), &info) != 0)
         return last_storage_error();
@@ -196,6 +197,7 @@ Storage_Result Local_Storage_Tree::make_parent(const Storage_Path& path, unsigne
 Storage_Result Local_Storage_Tree::place(int from_directory, const char* from, int to_directory,
                                          const char* to, bool overwrite)
 {
+    File_Handle displaced; // closed without the locks, since the space of a large file goes with it
     std::mutex& from_lock = state_->name_lock(from_directory, from);
     std::mutex& to_lock = state_->name_lock(to_directory, to);
     std::unique_lock first(from_lock, std::defer_lock);
@@ -211,7 +213,7 @@ Storage_Result Local_Storage_Tree::place(int from_directory, const char* from, i
         return last_storage_error();
     if (!may_be_renamed(source.st_mode))
         return {Storage_Failure::denied};
-    const File_Handle displaced(openat(to_directory, to, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    displaced = File_Handle(openat(to_directory, to, O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (displaced) {
         if (!overwrite)
             return storage_error(EEXIST);

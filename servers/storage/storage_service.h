@@ -55,7 +55,7 @@ private:
     Answer upload(HTTP_Exchange& exchange, Storage_Tree& tree, Storage_Tree::Upload_Kind whole,
                   Storage_Tree::Upload_Kind part);
     Answer receive(HTTP_Exchange& exchange, Storage_Tree::Upload& upload, std::uint64_t most,
-                   bool exactly, bool syncs);
+                   bool exactly, bool is_brief);
     Answer transfer(HTTP_Exchange& exchange, Storage_Tree& tree, bool removes);
     /// Holds conditions against what is there (RFC 9110, 13.2.2).
     /// @return false when they do not hold; the answer has been given

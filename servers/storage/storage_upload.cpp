@@ -33,8 +33,9 @@ Storage_Service::Answer Storage_Service::upload(HTTP_Exchange& exchange, Storage
     const auto begin = [&] {
         return tree.upload(exchange.path, kind, request.first, request.options, upload);
     };
+    const bool is_brief = kind == Storage_Tree::Upload_Kind::create && !tree.syncs();
     Storage_Result result;
-    if (kind == Storage_Tree::Upload_Kind::create && !tree.syncs())
+    if (is_brief)
         result = begin();
     else
         result = co_await run_blocking(disk_, begin);
@@ -50,12 +51,12 @@ Storage_Service::Answer Storage_Service::upload(HTTP_Exchange& exchange, Storage
     }
     const std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
     co_await receive(exchange, *upload, request.size.value_or(unlimited),
-                     request.size.has_value() && !may_lack, tree.syncs());
+                     request.size.has_value() && !may_lack, is_brief);
 }
 
 Storage_Service::Answer Storage_Service::receive(HTTP_Exchange& exchange,
                                                  Storage_Tree::Upload& upload, std::uint64_t most,
-                                                 bool exactly, bool syncs)
+                                                 bool exactly, bool is_brief)
 {
     Storage_Result result;
     std::string_view data;
@@ -68,10 +69,10 @@ Storage_Service::Answer Storage_Service::receive(HTTP_Exchange& exchange,
     }
     const bool whole = !exactly || most == 0;
     if (body == HTTP_Exchange::Body::end && whole) {
-        if (syncs)
-            result = co_await run_blocking(disk_, [&] { return upload.finish(); });
-        else
+        if (is_brief)
             result = upload.finish();
+        else
+            result = co_await run_blocking(disk_, [&] { return upload.finish(); });
         if (result) {
             co_await exchange.answer(200);
             co_return;

@@ -1,5 +1,6 @@
 #include "tests/support/dav_peer.h"
 #include "tests/support/run_program.h"
+#include "tests/support/scripted_server.h"
 #include "tests/support/storage_server_process.h"
 #include "tests/support/test_certificate.h"
 
@@ -135,6 +136,31 @@ TEST(Cio_Download, AsksForItsFileAndNotForTheListingOfADirectory)
 }
 
 /// A download of a large file that failed behind its first 2 MiB.
+// The server refused the new file; what is there is the old one.
+TEST(Cio_Upload, ThatIsRefusedRemovesNothingThatItShouldHaveReplaced)
+{
+    const Temp_Directory here;
+    write_local(here / "small", "contents");
+    const auto refuse = [](Scripted_Server::Connection& connection) {
+        connection.head();
+        connection.send(http_answer("413 Too large", "", "Connection: close\r\n"));
+        connection.half_close();
+    };
+    Scripted_Server server({refuse, refuse}); // a connection to look around, another to upload
+    const Program_Result run =
+        run_program({CIO_PROGRAM, "put", "--overwrite", here / "small", server.uri()});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_NE(run.err.find("may stay there, or what was there before"), std::string::npos)
+        << run.err;
+    bool put = false;
+    for (const auto& request : server.requests()) {
+        put = put || request.first_line() == "PUT //small HTTP/1.1";
+        EXPECT_FALSE(request.first_line().starts_with("DELETE")) << request.head;
+    }
+    EXPECT_TRUE(put);
+    EXPECT_EQ(server.connections(), 2U);
+}
+
 class Cio_Download_That_Failed : public testing::Test
 {
 protected:

@@ -167,6 +167,31 @@ TEST(HTTP_Client_IO_Read, ARangeThatDoesNotSayWhichIsTheOneThatWasAskedFor)
     }
 }
 
+TEST(HTTP_Client_IO_Read, APartThatDoesNotSayWhichAndHasAnotherLengthIsRefused)
+{
+    // The whole of it, and parts in parts.
+    for (const auto& [body, fields] :
+         {std::pair("0123456789", ""),
+          std::pair("--x\r\n\r\n456789\r\n--x--",
+                    "Content-Type: multipart/byteranges; boundary=x\r\n")})
+    {
+        SCOPED_TRACE(body);
+        HTTP_Target target({answer_each({file_of(10), http_answer("206 Part", body, fields)}),
+                            [](Connection&) {}});
+        EXPECT_FALSE(target.io.open("a", mode_read, 4, 0));
+        EXPECT_FALSE(target.io.is_open());
+    }
+}
+
+TEST(HTTP_Client_IO_Read, AnotherFileOfTheLengthOfARangeIsNotTakenForIt)
+{
+    HTTP_Target target({answer_each(
+        {file_of(10, "ETag: \"1\"\r\n"), http_answer("200 OK", "abcdef", "ETag: \"2\"\r\n")})});
+    ASSERT_TRUE(target.io.open("a", mode_read, 4, 0)) << target.io.error();
+    EXPECT_EQ(target.io.size(), 6U);
+    EXPECT_EQ(read_all(target.io), "ef");
+}
+
 TEST(HTTP_Client_IO_Read, AskingAboutAnotherFileChangesNothingAboutTheOpenOne)
 {
     const std::string tag = "ETag: \"1\"\r\n";

@@ -158,27 +158,29 @@ TEST_F(HTTP_Client_IO_Resumption, AReplacementThatMayHaveBegunGoesOnWhereItWasCu
     const std::string changed = "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\n";
     for (const std::string& times : {std::string(), date, changed, date + changed}) {
         SCOPED_TRACE(times);
-        connect({takes_ten_bytes_and_resets, answer_each({file_of(5, times), ok})});
+        connect(
+            {takes_ten_bytes_and_resets, answer_each({file_of(5, times), ok, file_of(10, times)})});
         ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
         EXPECT_TRUE(io_.write("01234", 5));
         EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
         EXPECT_TRUE(io_.close()) << io_.error();
         EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "HEAD /base/a",
-                                                 "PUT /base/a bytes 5--1/*"));
+                                                 "PUT /base/a bytes 5--1/*", "HEAD /base/a"));
         EXPECT_EQ(unchunked(server_->requests()[2].body), "56789");
     }
 }
 
 TEST_F(HTTP_Client_IO_Resumption, AReplacementWhoseOldFileIsStillThereIsStartedOver)
 {
-    // Its last change was before the upload began; or the server, which names files, has not named
-    // the new one.
-    for (const std::string& old : {std::string("Date: Sun, 06 Nov 1994 08:49:37 GMT\r\n"
-                                               "Last-Modified: Sun, 06 Nov 1994 08:29:37 GMT\r\n"),
-                                   id})
+    // Its last change was before the upload began; the server, which names files, has not named the
+    // new one; or there is more, or nobody knows how much, than can have come.
+    for (const std::string& old :
+         {file_of(5, "Date: Sun, 06 Nov 1994 08:49:37 GMT\r\n"
+                     "Last-Modified: Sun, 06 Nov 1994 08:29:37 GMT\r\n"),
+          file_of(5, id), file_of(11), std::string("HTTP/1.1 200 OK\r\n\r\n")})
     {
         SCOPED_TRACE(old);
-        connect({takes_ten_bytes_and_resets, answer_each({file_of(5, old), ok})});
+        connect({takes_ten_bytes_and_resets, answer_each({old, ok})});
         ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
         EXPECT_TRUE(io_.write("01234", 5));
         EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
@@ -188,20 +190,51 @@ TEST_F(HTTP_Client_IO_Resumption, AReplacementWhoseOldFileIsStillThereIsStartedO
     }
 }
 
-TEST_F(HTTP_Client_IO_Resumption, AReplacementThatSetsTheTimeOfItsFileIsNotTakenForTheOldOne)
+TEST_F(HTTP_Client_IO_Resumption, AQuestionDuringAReplacementChangesNothing)
 {
-    connect({takes_ten_bytes_and_resets,
-             answer_each({file_of(5, "Date: Sun, 06 Nov 1994 08:49:37 GMT\r\n"
-                                     "Last-Modified: Sun, 06 Nov 1994 08:29:37 GMT\r\n"),
-                          ok})});
-    const json_spirit::Value time(
-        json_spirit::Object{{"Last-Modified", "Sun, 06 Nov 1994 08:29:37 GMT"}});
-    ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, time));
+    const std::string old = "Date: Sun, 06 Nov 1994 08:49:37 GMT\r\n"
+                            "Last-Modified: Sun, 06 Nov 1994 08:29:37 GMT\r\n";
+    connect({takes_ten_bytes_and_resets, answer_each({file_of(5, old), file_of(5, old), ok})});
+    ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+    EXPECT_EQ(io_.size("a"), 5U);
     EXPECT_TRUE(io_.write("01234", 5));
     EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
     EXPECT_TRUE(io_.close()) << io_.error();
-    EXPECT_THAT(came(),
-                testing::ElementsAre("PUT /base/a", "HEAD /base/a", "PUT /base/a bytes 5--1/*"));
+    io_.disconnect();
+    EXPECT_EQ(server_->requests().back().field("Content-Range"), std::nullopt);
+    EXPECT_EQ(unchunked(server_->requests().back().body), digits);
+}
+
+TEST_F(HTTP_Client_IO_Resumption, APartThatIsTakenForTheWholeIsNoSuccess)
+{
+    connect({takes_ten_bytes_and_resets, answer_each({file_of(5), ok, file_of(5)})});
+    ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+    EXPECT_TRUE(io_.write("01234", 5));
+    EXPECT_TRUE(io_.write("56789", 5)) << io_.error();
+    EXPECT_FALSE(io_.close());
+    ASSERT_FALSE(log_.messages().empty());
+    EXPECT_THAT(log_.messages().back().text, HasSubstr("the server does not hold all of it"));
+    EXPECT_THAT(came(), testing::ElementsAre("PUT /base/a", "HEAD /base/a",
+                                             "PUT /base/a bytes 5--1/*", "HEAD /base/a"));
+}
+
+TEST_F(HTTP_Client_IO_Resumption, ALateRefusalToConfirmIsFollowedByAnUploadThatAsksForNothing)
+{
+    // The first server is silent for longer than it is waited for.
+    connect({[](Connection& connection) {
+                 connection.head();
+                 connection.part_of_body(10);
+                 connection.send(http_answer("417 What?"));
+                 connection.half_close();
+             },
+             answer_each({missing, ok})});
+    ASSERT_TRUE(io_.open("a", Base::mode_write | Base::mode_overwrite, 0, 0));
+    EXPECT_TRUE(io_.write(digits.data(), digits.size()));
+    EXPECT_TRUE(io_.close()) << io_.error();
+    io_.disconnect();
+    EXPECT_EQ(server_->requests().front().field("Expect"), "100-continue");
+    EXPECT_EQ(server_->requests().back().field("Expect"), std::nullopt);
+    EXPECT_EQ(unchunked(server_->requests().back().body), digits);
 }
 
 TEST_F(HTTP_Client_IO_Resumption, AReplacementThatLeftNothingIsStartedOver)

@@ -328,6 +328,8 @@ TEST(HTTP_Session_Test, AServerThatWasSilentMayStillNameItsFiles)
     }
     session = {};
     server.finish();
+    for (const auto& request : server.requests())
+        EXPECT_EQ(request.field("Expect"), "100-continue");
 }
 
 TEST(HTTP_Session_Test, AnotherInterimAnswerIsNoWordToGoOn)
