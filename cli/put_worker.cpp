@@ -69,9 +69,8 @@ void Put_Worker::put(Client_IO& io, const Put_Job& job)
             ? std::optional<Resume_Record>(std::in_place, "put", transfer_.target, job.remote,
                                            job.local)
             : std::nullopt;
-    const bool replace_this = transfer_.overwrite || (transfer_.resume && job.existing);
-    const unsigned mode =
-        Client_IO_Base::mode_write | (replace_this ? unsigned{Client_IO_Base::mode_overwrite} : 0U);
+    const unsigned mode = Client_IO_Base::mode_write |
+                          (replaces(job) ? unsigned{Client_IO_Base::mode_overwrite} : 0U);
     if (!open_remote(io, job, mode, start))
         return;
     if (record)
@@ -183,7 +182,7 @@ bool Put_Worker::move(Client_IO& io, const Put_Job& job, const file_system::Stat
         transfer_.report.bytes_moved(length);
         if (shall_stop(position, status.size)) {
             const Resume_Record record("put", transfer_.target, job.remote, job.local);
-            stop(io, job.remote, position, &record);
+            stop(io, job, position, &record);
             return false;
         }
         if (!reader_.read(data_, size_)) {
@@ -208,18 +207,18 @@ bool Put_Worker::move(Client_IO& io, const Put_Job& job, const file_system::Stat
 /// Ends an interrupted file: the first one stays as it is and is named, others are removed. So is
 /// one that cannot be continued, compressed or encrypted, for its stored form would look complete.
 /// @param record  of a file that has a source to go on from; NULL for standard input
-void Put_Worker::stop(Client_IO& io, const std::string& remote, std::uint64_t position,
+void Put_Worker::stop(Client_IO& io, const Put_Job& job, std::uint64_t position,
                       const Resume_Record* record)
 {
     (void)io.close();
-    const bool useless = record != nullptr && transfer_.target.transforms(remote);
+    const bool useless = record != nullptr && transfer_.target.transforms(job.remote);
     if (!useless && !transfer_.partial_claimed.test_and_set())
-        return transfer_.report.partial(remote, position, record != nullptr);
-    const bool removed = remove_unfinished(io, transfer_.target, remote, transfer_.overwrite);
+        return transfer_.report.partial(job.remote, position, record != nullptr);
+    const bool removed = remove_unfinished(io, transfer_.target, job.remote, replaces(job));
     if (record != nullptr && removed)
         record->remove();
     if (!removed)
-        transfer_.report.partial(remote, position, record != nullptr && !useless);
+        transfer_.report.partial(job.remote, position, record != nullptr && !useless);
 }
 
 /// Ends a failed file. What is too little to be continued, or cannot be, is removed.
@@ -229,10 +228,10 @@ void Put_Worker::abandon(Client_IO& io, const Put_Job& job, Failure failure, std
         (void)io.close();
     const bool useless = position < worth_continuing ||
                          (job.local != "-" && transfer_.target.transforms(job.remote));
-    if (useless && remove_unfinished(io, transfer_.target, job.remote, transfer_.overwrite))
+    if (useless && remove_unfinished(io, transfer_.target, job.remote, replaces(job)))
         Resume_Record("put", transfer_.target, job.remote, job.local).remove();
     else
-        failure.text += kept_text(position, transfer_.target, job.remote, transfer_.overwrite);
+        failure.text += kept_text(position, transfer_.target, job.remote, replaces(job));
     fail(job.local, failure);
 }
 
@@ -257,7 +256,7 @@ void Put_Worker::run_standard_input(const std::string& remote)
     for (;;) {
         const std::optional<std::int64_t> read = interrupt::read_input(ACE_STDIN, block);
         if (!read && opened)
-            return stop(*io, remote, position, nullptr);
+            return stop(*io, job, position, nullptr);
         if (!read)
             return;
         if (*read < 0) {

@@ -33,6 +33,11 @@ public:
 
 private:
     void put(Client_IO& io, const Put_Job& job);
+    /// Whether a file that stands at the destination is written over.
+    bool replaces(const Put_Job& job) const
+    {
+        return transfer_.overwrite || (transfer_.resume && job.existing);
+    }
     std::uint64_t find_start(Client_IO& io, const Put_Job& job, const file_system::Status& status);
     std::string obstacle(const Put_Job& job, const file_system::Status& status, bool transforms,
                          const std::optional<Source_Version>& record);
@@ -41,7 +46,7 @@ private:
     bool open_remote(Client_IO& io, const Put_Job& job, unsigned mode, std::uint64_t start);
     bool move(Client_IO& io, const Put_Job& job, const file_system::Status& status,
               std::uint64_t start);
-    void stop(Client_IO& io, const std::string& remote, std::uint64_t position,
+    void stop(Client_IO& io, const Put_Job& job, std::uint64_t position,
               const Resume_Record* record);
     void abandon(Client_IO& io, const Put_Job& job, Failure failure, std::uint64_t position);
     void fail(const std::string& path, const Failure& failure)
