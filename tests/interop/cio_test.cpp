@@ -135,7 +135,6 @@ TEST(Cio_Download, AsksForItsFileAndNotForTheListingOfADirectory)
     EXPECT_EQ(count_of(requests, "\n"), 3U) << requests;
 }
 
-/// A download of a large file that failed behind its first 2 MiB.
 // The server refused the new file; what is there is the old one.
 TEST(Cio_Upload, ThatIsRefusedRemovesNothingThatItShouldHaveReplaced)
 {
@@ -161,6 +160,7 @@ TEST(Cio_Upload, ThatIsRefusedRemovesNothingThatItShouldHaveReplaced)
     EXPECT_TRUE(put);
 }
 
+/// A download of a large file that failed behind its first 2 MiB.
 class Cio_Download_That_Failed : public testing::Test
 {
 protected:

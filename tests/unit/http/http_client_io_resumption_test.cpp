@@ -1,5 +1,4 @@
 #include "client_io/client_io.h"
-#include "platform/json/json_value.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/log_capture.h"
 #include "tests/unit/http/http_target.h"

@@ -332,6 +332,29 @@ TEST(HTTP_Session_Test, AServerThatWasSilentMayStillNameItsFiles)
         EXPECT_EQ(request.field("Expect"), "100-continue");
 }
 
+TEST(HTTP_Session_Test, AConnectionThatBreaksIsNotASilentServer)
+{
+    Scripted_Server server({[](Connection& connection) {
+                                connection.head();
+                                connection.reset();
+                            },
+                            [](Connection& connection) {
+                                connection.head();
+                                connection.send(go_on);
+                                connection.body();
+                                connection.send(http_answer("200 OK"));
+                            }});
+    const Session session = session_with(server);
+    bool confirmed = true;
+    EXPECT_EQ(session->start_put(upload_request(), &confirmed).get(), nullptr);
+    const HTTP_Connection::Ptr connection = session->start_put(upload_request(), &confirmed);
+    ASSERT_NE(connection.get(), nullptr);
+    EXPECT_TRUE(confirmed) << "it was not waited for";
+    connection->write(nullptr, 0);
+    HTTP_Response response;
+    EXPECT_TRUE(connection->read_response_header(response)) << connection->error_text();
+}
+
 TEST(HTTP_Session_Test, AnotherInterimAnswerIsNoWordToGoOn)
 {
     Scripted_Server server({[](Connection& connection) {
